@@ -1,0 +1,31 @@
+# Header, library with its development link, CMake package and pkg-config file, all relocatable.
+include(CMakePackageConfigHelpers)
+
+set(korva_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korva_reference_api)
+
+set_target_properties(korva_reference_api PROPERTIES EXPORT_NAME reference_api)
+install(TARGETS korva_reference_api EXPORT korva_reference_api_targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES include/korva_reference_api.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT korva_reference_api_targets NAMESPACE korva:: DESTINATION ${korva_cmake_dir})
+
+configure_package_config_file(cmake/korva_reference_api-config.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api-config.cmake
+  INSTALL_DESTINATION ${korva_cmake_dir}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api-config-version.cmake
+  DESTINATION ${korva_cmake_dir})
+
+# pkg-config finds the prefix from where its own file lies, so that a moved installation still works.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE korva_pc_to_prefix)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
+  OUTPUT_VARIABLE korva_pc_libdir)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
+  OUTPUT_VARIABLE korva_pc_includedir)
+configure_file(cmake/korva_reference_api.pc.in ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,46 @@
+# korva_add_library(<target> SIMD <ON|OFF>): the shared library, with or without the vector copies of its kernels.
+function(korva_add_library target)
+  cmake_parse_arguments(library "" "SIMD" "" ${ARGN})
+
+  add_library(${target} SHARED
+    src/ref_utilities.cpp
+    src/ref_cube_generation.cpp
+    src/ref_reflectance_calculation.cpp
+    src/ref_spectral_correction.cpp
+    src/ref_demosaicing.cpp
+    src/ref_median_filtering.cpp
+    src/ref_image_operations.cpp
+    src/ref_rgbx_demosaicing.cpp
+    src/ref_rgbx_new_wli.cpp)
+
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${target} PRIVATE cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    OUTPUT_NAME korva_reference_api
+    # The file, its SONAME and the name a host records are one: libkorva_reference_api.so.1.0
+    VERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/src/korva_reference_api.map)
+
+  # These stand after the user's flags. The first two keep the bits; fast-math at link time alone would add start-up
+  # code that changes the host's floating-point mode.
+  target_compile_options(${target} PRIVATE
+    -ffp-contract=off -fno-fast-math
+    -fno-exceptions -fno-rtti
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    # 32-byte vectors never cross a call that is not inlined.
+    -Wno-psabi)
+  target_link_options(${target} PRIVATE
+    -fno-fast-math
+    -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/korva_reference_api.map
+    -Wl,--as-needed -Wl,-z,defs)
+
+  if(NOT library_SIMD)
+    target_compile_definitions(${target} PRIVATE KORVA_BASELINE_ONLY)
+  endif()
+endfunction()

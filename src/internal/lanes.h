@@ -1,0 +1,58 @@
+// Fixed-width vectors for kernels whose plain loop does not reach the speed. They are for functions that are inlined
+// into a kernel copy: 32 bytes wide in the AVX2 copy, 16 in the baseline. Each lane computes what the scalar expression
+// does; where g++ needs an x86 builtin to find the one instruction, the plain expression stands beside it.
+#pragma once
+
+#include <cstddef>
+#include <type_traits>
+
+#include "multiversion.h"
+
+#if defined(__x86_64__) && !defined(__clang__)
+#define KORVA_X86_BUILTINS 1
+#include <immintrin.h>  // declares the builtins of all instruction sets
+#else
+#define KORVA_X86_BUILTINS 0
+#endif
+
+namespace korva {
+
+// A vector of `count` lanes: operators work lane by lane, and c ? a : b selects lane by lane.
+template <typename Lane, int count>
+using Vector [[gnu::vector_size(sizeof(Lane) * count)]] = Lane;
+
+// Loads lanes from an address of any alignment.
+template <typename V, typename Lane>
+KORVA_INLINE V loadLanes(Lane const* source) {
+  V lanes;
+  __builtin_memcpy(&lanes, source, sizeof lanes);
+  return lanes;
+}
+
+// Stores lanes to an address of any alignment.
+template <typename V, typename Lane>
+KORVA_INLINE void storeLanes(Lane* target, V lanes) {
+  __builtin_memcpy(target, &lanes, sizeof lanes);
+}
+
+// a < b ? a : b, so b where the two compare equal or a NaN is among them. The x86 instruction is defined the same way.
+template <typename V>
+KORVA_INLINE V lesser(V a, V b) {
+#if KORVA_X86_BUILTINS
+  if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_minps256(a, b);
+  if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_minps(a, b);
+#endif
+  return a < b ? a : b;
+}
+
+// a > b ? a : b, so b where the two compare equal or a NaN is among them.
+template <typename V>
+KORVA_INLINE V greater(V a, V b) {
+#if KORVA_X86_BUILTINS
+  if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_maxps256(a, b);
+  if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_maxps(a, b);
+#endif
+  return a > b ? a : b;
+}
+
+}  // namespace korva

@@ -1,0 +1,102 @@
+// CG: raw frames into band images and cubes, for snapshot-mosaic, snapshot-tiled and line-scan sensors.
+#include "korva_reference_api.h"
+
+#include <cstring>
+
+#include "internal/strict_float.h"
+
+namespace {
+
+using Sample = unsigned short;
+
+// Copies rows of width samples from in, from (top, left) on, to the start of out's rows.
+void copyRectangle(Sample* const* out, Sample const* const* in, unsigned long left, unsigned long top,
+                   unsigned long width, unsigned long height) {
+  for (unsigned long row = 0; row < height; ++row) {
+    std::memcpy(out[row], in[top + row] + left, width * sizeof(Sample));
+  }
+}
+
+}  // namespace
+
+// Snapshot sensors --------------------------------------------------------------------------------------------------
+
+void KORVA_Ref_CG_CropImage_uint16(unsigned short** out, unsigned short** in, unsigned long /*width*/,
+                                   unsigned long /*height*/, unsigned long left, unsigned long top,
+                                   unsigned long cropWidth, unsigned long cropHeight) {
+  copyRectangle(out, in, left, top, cropWidth, cropHeight);
+}
+
+void KORVA_Ref_CG_SSM_GetBandImage_uint16(unsigned short** out, unsigned short** in, unsigned long width,
+                                          unsigned long height, unsigned long mosaicWidth, unsigned long mosaicHeight,
+                                          unsigned long band) {
+  unsigned long const bandWidth = width / mosaicWidth;
+  unsigned long const bandHeight = height / mosaicHeight;
+  unsigned long const rowPhase = band / mosaicWidth;
+  unsigned long const columnPhase = band % mosaicWidth;
+  for (unsigned long row = 0; row < bandHeight && bandWidth > 0; ++row) {
+    Sample const* const source = in[rowPhase + row * mosaicHeight] + columnPhase;
+    Sample* const target = out[row];
+    for (unsigned long column = 0; column < bandWidth; ++column) target[column] = source[column * mosaicWidth];
+  }
+}
+
+void KORVA_Ref_CG_SST_GetBandImage_uint16(unsigned short** out, unsigned short** in, unsigned long width,
+                                          unsigned long /*height*/, unsigned long tileWidth, unsigned long tileHeight,
+                                          unsigned long band) {
+  unsigned long const tilesAcross = width / tileWidth;
+  unsigned long const tileRow = band / tilesAcross;
+  unsigned long const tileColumn = band % tilesAcross;
+  copyRectangle(out, in, tileColumn * tileWidth, tileRow * tileHeight, tileWidth, tileHeight);
+}
+
+// Line-scan sensors -------------------------------------------------------------------------------------------------
+
+void KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(unsigned short**** buffer, unsigned long width,
+                                                    unsigned long stripHeight, unsigned long bands,
+                                                    unsigned long firstBand, unsigned long lastBand) {
+  KORVA_Ref_AllocateArray3D_BSQ_uint16(buffer, width, (lastBand - firstBand + 1) * stripHeight, bands);
+}
+
+void KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(unsigned short*** buffer) { KORVA_Ref_FreeArray3D_BSQ_uint16(buffer); }
+
+void KORVA_Ref_CG_LS_GetBandImageStrip_uint16(unsigned short** out, unsigned short** in, unsigned long width,
+                                              unsigned long /*height*/, unsigned long stripHeight, unsigned long band) {
+  copyRectangle(out, in, 0, band * stripHeight, width, stripHeight);
+}
+
+void KORVA_Ref_CG_LS_StitchBandImageStrip_uint16(unsigned short*** buffer, unsigned short** strip, unsigned long width,
+                                                 unsigned long stripHeight, unsigned long firstBand,
+                                                 unsigned long lastBand, unsigned long band, unsigned long bufferBand,
+                                                 unsigned long frameIndex) {
+  unsigned long const slots = lastBand - firstBand + 1;
+  // Left to right in wrapping arithmetic; adding slots keeps the early frames of a scan from going below 0.
+  unsigned long const slot = (frameIndex + firstBand - band + slots) % slots;
+  std::memcpy(buffer[bufferBand][slot * stripHeight], strip[0], stripHeight * width * sizeof(Sample));
+}
+
+void KORVA_Ref_CG_LS_StitchBandImage_uint16(unsigned short*** buffer, unsigned short** in, unsigned long width,
+                                            unsigned long stripHeight, unsigned long firstBand, unsigned long lastBand,
+                                            unsigned long frameIndex) {
+  unsigned long const slots = lastBand - firstBand + 1;
+  for (unsigned long position = 0; position < slots; ++position) {
+    unsigned long const band = firstBand + position;
+    KORVA_Ref_CG_LS_StitchBandImageStrip_uint16(buffer, in + band * stripHeight, width, stripHeight, firstBand,
+                                                lastBand, band, position, frameIndex);
+  }
+}
+
+void KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(unsigned short*** out, unsigned short*** buffer, unsigned long width,
+                                                 unsigned long stripHeight, unsigned long height, unsigned long bands,
+                                                 unsigned long firstBand, unsigned long lastBand,
+                                                 unsigned long frameIndex) {
+  unsigned long const sourceSlots = lastBand - firstBand + 1;
+  unsigned long const targetSlots = height / stripHeight;
+  // The frame in which the first band of the range saw the strip that the last band has seen now.
+  unsigned long const firstSeen = frameIndex + firstBand - lastBand;
+  unsigned long const sourceRow = firstSeen % sourceSlots * stripHeight;
+  unsigned long const targetRow = (targetSlots - 1 - firstSeen % targetSlots) * stripHeight;
+  for (unsigned long band = 0; band < bands; ++band) {
+    std::memcpy(out[band][targetRow], buffer[band][sourceRow], stripHeight * width * sizeof(Sample));
+  }
+}
