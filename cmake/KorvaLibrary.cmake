@@ -31,6 +31,8 @@ function(korva_add_library target)
   # code that changes the host's floating-point mode.
   target_compile_options(${target} PRIVATE
     -ffp-contract=off -fno-fast-math
+    # Lets loops with comparisons become selects: results stay, only the exception flags may differ.
+    -fno-trapping-math
     -fno-exceptions -fno-rtti
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     # 32-byte vectors never cross a call that is not inlined.
@@ -38,7 +40,8 @@ function(korva_add_library target)
   target_link_options(${target} PRIVATE
     -fno-fast-math
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/korva_reference_api.map
-    -Wl,--as-needed -Wl,-z,defs)
+    # -Bsymbolic: the calls of one routine to another stay inside, whatever a host defines under the same names.
+    -Wl,-Bsymbolic -Wl,--as-needed -Wl,-z,defs)
 
   if(NOT library_SIMD)
     target_compile_definitions(${target} PRIVATE KORVA_BASELINE_ONLY)

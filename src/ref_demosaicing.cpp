@@ -33,6 +33,7 @@ struct InterpolateSquares {
   KORVA_INLINE static void run(Sample* out, Sample const* top, Sample const* bottom, std::size_t count,
                                double const* weights) {
     double const w0 = weights[0], w1 = weights[1], w2 = weights[2], w3 = weights[3];
+    KORVA_INDEPENDENT
     for (std::size_t k = 0; k < count; ++k) {
       out[k] = korva::toSample<Sample>(((product(w0, top[k]) + product(w1, top[k + 1])) + product(w2, bottom[k])) +
                                        product(w3, bottom[k + 1]));
@@ -44,6 +45,7 @@ struct InterpolateSquares {
 struct InterpolatePairs {
   template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* row, std::size_t count, EdgePair weights) {
+    KORVA_INDEPENDENT
     for (std::size_t k = 0; k < count; ++k) {
       out[k] = korva::toSample<Sample>(product(weights.first, row[k]) + product(weights.second, row[k + 1]));
     }

@@ -15,11 +15,13 @@ constexpr double kInvalidCoefficient = DBL_MAX;
 
 struct CorrectBias {
   KORVA_INLINE static void run(float* out, float const* in, float const* bias, std::size_t count) {
+    KORVA_INDEPENDENT
     for (std::size_t i = 0; i < count; ++i) out[i] = in[i] - bias[i];
   }
 
   KORVA_INLINE static void run(unsigned short* out, unsigned short const* in, unsigned short const* bias,
                                std::size_t count) {
+    KORVA_INDEPENDENT
     for (std::size_t i = 0; i < count; ++i) {
       out[i] = static_cast<unsigned short>(in[i] < bias[i] ? 0 : in[i] - bias[i]);
     }
@@ -30,6 +32,7 @@ struct ComputeCoefficients {
   template <typename Sample>
   KORVA_INLINE static void run(double* coefficients, Sample const* white, std::size_t count, double factor,
                                Sample flagValue) {
+    KORVA_INDEPENDENT
     for (std::size_t i = 0; i < count; ++i) {
       Sample const sample = white[i];
       // Bitwise, not short-circuit, so that the loop has no branches. A NaN sample is neither and divides. An unusable
@@ -56,6 +59,7 @@ struct ComputeReflectance {
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* coefficients, std::size_t count,
                                double divisor, Scale fullScale, Sample flagValue, Sample limitValue) {
     double const reciprocal = 1.0 / divisor;
+    KORVA_INDEPENDENT
     for (std::size_t i = 0; i < count; ++i) {
       double const coefficient = coefficients[i];
       Sample const sample = in[i];

@@ -55,4 +55,13 @@ KORVA_INLINE V greater(V a, V b) {
   return a > b ? a : b;
 }
 
+// Widens float lanes to double, exactly.
+template <typename Doubles, typename Floats>
+KORVA_INLINE Doubles widenLanes(Floats lanes) {
+#if KORVA_X86_BUILTINS
+  if constexpr (std::is_same_v<Doubles, Vector<double, 4>>) return __builtin_ia32_cvtps2pd256(lanes);
+#endif
+  return __builtin_convertvector(lanes, Doubles);
+}
+
 }  // namespace korva
