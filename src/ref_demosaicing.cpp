@@ -2,12 +2,22 @@
 #include "korva_reference_api.h"
 
 #include <cstddef>
+#include <type_traits>
 
+#include "internal/lanes.h"
 #include "internal/multiversion.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
 namespace {
+
+// The weights of an interpolation square.
+struct Weights {
+  double topLeft;
+  double topRight;
+  double bottomLeft;
+  double bottomRight;
+};
 
 // Two weights that stand in for all four where half of the interpolation square lies outside the image.
 struct EdgePair {
@@ -22,61 +32,92 @@ EdgePair edgePair(double first, double second) {
   return {first / sum, second / sum};
 }
 
-template <typename Sample>
-KORVA_INLINE double product(double weight, Sample sample) {
-  return weight * static_cast<double>(sample);
-}
+// Resamples a whole band image. An output row takes its samples from a top and a bottom band row, both present but in
+// one edge row; within it all columns have both neighbours but one at the edge. uint16 samples are widened once into a
+// pair of row strips in the first cache level, where each serves the four squares that it is a corner of.
+template <int vectorBytes>
+struct DemosaicBilinear {
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  static constexpr std::size_t kStrip = 512;
+  using Doubles = korva::Vector<double, kLanes>;
 
-// out[k] from the squares between two neighbouring band rows, the left column of the first square at index 0.
-struct InterpolateSquares {
   template <typename Sample>
-  KORVA_INLINE static void run(Sample* out, Sample const* top, Sample const* bottom, std::size_t count,
-                               double const* weights) {
-    double const w0 = weights[0], w1 = weights[1], w2 = weights[2], w3 = weights[3];
-    KORVA_INDEPENDENT
-    for (std::size_t k = 0; k < count; ++k) {
-      out[k] = korva::toSample<Sample>(((product(w0, top[k]) + product(w1, top[k + 1])) + product(w2, bottom[k])) +
-                                       product(w3, bottom[k + 1]));
+  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count) {
+    std::size_t k = 0;
+    for (; k + kLanes <= count; k += kLanes) {
+      korva::storeLanes(target + k, korva::loadWidened<Doubles>(source + k));
+    }
+    for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
+  }
+
+  // out[k] from the squares between two rows, the left column of the first square at index 0.
+  template <typename Sample>
+  KORVA_INLINE static void interpolateSquares(Sample* out, double const* top, double const* bottom, std::size_t count,
+                                              Weights w) {
+    std::size_t k = 0;
+    for (; k + kLanes <= count; k += kLanes) {
+      auto const s0 = korva::loadLanes<Doubles>(top + k), s1 = korva::loadLanes<Doubles>(top + k + 1);
+      auto const s2 = korva::loadLanes<Doubles>(bottom + k), s3 = korva::loadLanes<Doubles>(bottom + k + 1);
+      korva::storeConverted(out + k, ((w.topLeft * s0 + w.topRight * s1) + w.bottomLeft * s2) + w.bottomRight * s3);
+    }
+    for (; k < count; ++k) {
+      out[k] = korva::toSample<Sample>(((w.topLeft * top[k] + w.topRight * top[k + 1]) + w.bottomLeft * bottom[k]) +
+                                       w.bottomRight * bottom[k + 1]);
     }
   }
-};
 
-// out[k] from the pairs along one band row, for squares that lie half above or below the image.
-struct InterpolatePairs {
   template <typename Sample>
-  KORVA_INLINE static void run(Sample* out, Sample const* row, std::size_t count, EdgePair weights) {
-    KORVA_INDEPENDENT
-    for (std::size_t k = 0; k < count; ++k) {
-      out[k] = korva::toSample<Sample>(product(weights.first, row[k]) + product(weights.second, row[k + 1]));
+  KORVA_INLINE static void run(Sample* out, Sample const* in, std::size_t height, std::size_t width, Weights w,
+                               double rowOffset, double columnOffset) {
+    // A square starts dr rows above and dc columns left of its output sample.
+    std::size_t const dr = rowOffset < 0.0 ? 1 : 0;
+    std::size_t const dc = columnOffset < 0.0 ? 1 : 0;
+    std::size_t const edgeRow = dr == 0 ? height - 1 : 0;
+    std::size_t const edgeColumn = dc == 0 ? width - 1 : 0;
+
+    // Squares with all four samples: outputs start at (dr, dc), squares at (0, 0). Doubles need no widening.
+    if constexpr (std::is_same_v<Sample, double>) {
+      for (std::size_t y = 0; y + 1 < height; ++y) {
+        Sample const* const top = in + y * width;
+        interpolateSquares(out + (y + dr) * width + dc, top, top + width, width - 1, w);
+      }
+    } else {
+      for (std::size_t left = 0; left < width - 1; left += kStrip) {
+        std::size_t const count = width - 1 - left < kStrip ? width - 1 - left : kStrip;
+        alignas(64) double strips[2][kStrip + 1];
+        widen(strips[0], in + left, count + 1);
+        for (std::size_t y = 0; y + 1 < height; ++y) {
+          double const* const top = strips[y % 2];
+          double* const bottom = strips[(y + 1) % 2];
+          widen(bottom, in + (y + 1) * width + left, count + 1);
+          interpolateSquares(out + (y + dr) * width + dc + left, top, bottom, count, w);
+        }
+      }
     }
+
+    // The row and the column whose squares lie half outside the image, and the corner where they meet.
+    EdgePair const rowPair = dr == 0 ? edgePair(w.topLeft, w.topRight) : edgePair(w.bottomLeft, w.bottomRight);
+    Sample const* const row = in + edgeRow * width;
+    for (std::size_t x = 0; x < width - 1; ++x) {
+      out[edgeRow * width + dc + x] = korva::toSample<Sample>(rowPair.first * static_cast<double>(row[x]) +
+                                                              rowPair.second * static_cast<double>(row[x + 1]));
+    }
+    EdgePair const columnPair = dc == 0 ? edgePair(w.topLeft, w.bottomLeft) : edgePair(w.topRight, w.bottomRight);
+    Sample const* const column = in + edgeColumn;
+    for (std::size_t y = 0; y < height - 1; ++y) {
+      out[(y + dr) * width + edgeColumn] =
+          korva::toSample<Sample>(columnPair.first * static_cast<double>(column[y * width]) +
+                                  columnPair.second * static_cast<double>(column[(y + 1) * width]));
+    }
+    out[edgeRow * width + edgeColumn] = row[edgeColumn];
   }
 };
 
 template <typename Sample>
 void demosaicBilinear(Sample* out, Sample const* in, std::size_t height, std::size_t width, double const* weights,
                       double rowOffset, double columnOffset) {
-  // A square starts dr rows above and dc columns left of its output sample.
-  std::size_t const dr = rowOffset < 0.0 ? 1 : 0;
-  std::size_t const dc = columnOffset < 0.0 ? 1 : 0;
-  EdgePair const rowPair = dr == 0 ? edgePair(weights[0], weights[1]) : edgePair(weights[2], weights[3]);
-  EdgePair const columnPair = dc == 0 ? edgePair(weights[0], weights[2]) : edgePair(weights[1], weights[3]);
-  std::size_t const edgeRow = dr == 0 ? height - 1 : 0;
-  std::size_t const edgeColumn = dc == 0 ? width - 1 : 0;
-
-  for (std::size_t y = 0; y < height; ++y) {
-    Sample* const target = out + y * width;
-    Sample const* const source = in + y * width;
-    if (y == edgeRow) {
-      korva::dispatch<InterpolatePairs>(target + dc, source, width - 1, rowPair);
-      target[edgeColumn] = source[edgeColumn];
-      continue;
-    }
-    Sample const* const top = source - dr * width;
-    Sample const* const bottom = top + width;
-    korva::dispatch<InterpolateSquares>(target + dc, top, bottom, width - 1, weights);
-    target[edgeColumn] = korva::toSample<Sample>(product(columnPair.first, top[edgeColumn]) +
-                                                 product(columnPair.second, bottom[edgeColumn]));
-  }
+  Weights const w = {weights[0], weights[1], weights[2], weights[3]};
+  korva::dispatch<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 
 #include <cfloat>
 #include <cstddef>
+#include <type_traits>
 
+#include "internal/lanes.h"
 #include "internal/multiversion.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
@@ -44,37 +46,51 @@ struct ComputeCoefficients {
   }
 };
 
-// What rule 4 stores, by sample type: float as it is, uint16 limited to 1.0 and scaled.
-KORVA_INLINE float storedReflectance(double reflectance, float /*fullScale*/) {
-  return static_cast<float>(reflectance);
+// What turns a sample into reflectance. All of it is double, in which samples, flags and limits compare as they do in
+// their own type.
+struct ReflectanceRules {
+  double reciprocal;
+  double flagValue;
+  double limitValue;
+  double fullScale;
+};
+
+// Works on single doubles and on vectors of them. Stored is the sample type of the result.
+template <typename Stored, typename Doubles>
+KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
+  Doubles const zero = {};
+  auto const unreferenced = coefficient == kInvalidCoefficient;
+  auto const flagged = sample == rules.flagValue;
+  auto const saturated = sample >= rules.limitValue;
+  // A sample that a rule replaces enters the products as 0: the marker times a count would overflow.
+  Doubles const measured = (unreferenced | flagged | saturated) ? zero : sample;
+  Doubles result = (measured * coefficient) * rules.reciprocal;
+  if constexpr (std::is_same_v<Stored, unsigned short>) {
+    Doubles const one = zero + 1.0;
+    result = (result > one ? one : result) * rules.fullScale;
+  }
+  // From the last rule to the first, so that the first one that applies decides.
+  Doubles const flag = zero + rules.flagValue;
+  result = saturated ? zero + rules.limitValue : result;
+  result = flagged ? flag : result;
+  return unreferenced ? (sample <= zero ? zero : flag) : result;
 }
 
-KORVA_INLINE unsigned short storedReflectance(double reflectance, double fullScale) {
-  double const limited = reflectance > 1.0 ? 1.0 : reflectance;
-  return korva::toUint16(limited * fullScale);
-}
-
+template <int vectorBytes>
 struct ComputeReflectance {
-  template <typename Sample, typename Scale>
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  using Doubles = korva::Vector<double, kLanes>;
+
+  template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* coefficients, std::size_t count,
-                               double divisor, Scale fullScale, Sample flagValue, Sample limitValue) {
-    double const reciprocal = 1.0 / divisor;
-    KORVA_INDEPENDENT
-    for (std::size_t i = 0; i < count; ++i) {
-      double const coefficient = coefficients[i];
-      Sample const sample = in[i];
-      bool const unreferenced = coefficient == kInvalidCoefficient;
-      bool const flagged = sample == flagValue;
-      bool const saturated = sample >= limitValue;
-      // A sample that a rule below replaces enters the products as 0: the marker times a count would overflow.
-      Sample const measured = (unreferenced | flagged | saturated) ? Sample{0} : sample;
-      Sample const reflectance =
-          storedReflectance((static_cast<double>(measured) * coefficient) * reciprocal, fullScale);
-      // From the last rule to the first, so that the first one that applies decides.
-      Sample result = saturated ? limitValue : reflectance;
-      result = flagged ? flagValue : result;
-      Sample const unreferencedResult = sample <= Sample{0} ? Sample{0} : flagValue;
-      out[i] = unreferenced ? unreferencedResult : result;
+                               ReflectanceRules rules) {
+    std::size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) {
+      korva::storeConverted(out + i, reflectance<Sample>(korva::loadWidened<Doubles>(in + i),
+                                                         korva::loadLanes<Doubles>(coefficients + i), rules));
+    }
+    for (; i < count; ++i) {
+      out[i] = korva::toSample<Sample>(reflectance<Sample>(static_cast<double>(in[i]), coefficients[i], rules));
     }
   }
 };
@@ -128,14 +144,17 @@ void KORVA_Ref_RC_ComputeCorrectionCoefficients(double* coefficients, unsigned s
 
 void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, unsigned long count,
                                            double divisor, float flagValue, float limitValue) {
-  korva::dispatch<ComputeReflectance>(out, in, coefficients, count, divisor, 1.0f, flagValue, limitValue);
+  korva::dispatch<ComputeReflectance>(out, in, coefficients, count,
+                                      ReflectanceRules{1.0 / divisor, flagValue, limitValue, 1.0});
 }
 
 void KORVA_Ref_RC_ComputeReflectance_uint16(unsigned short* out, unsigned short const* in, double const* coefficients,
                                             unsigned long count, double divisor, unsigned short fullScale,
                                             unsigned short flagValue, unsigned short limitValue) {
-  korva::dispatch<ComputeReflectance>(out, in, coefficients, count, divisor, static_cast<double>(fullScale), flagValue,
-                                      limitValue);
+  korva::dispatch<ComputeReflectance>(
+      out, in, coefficients, count,
+      ReflectanceRules{1.0 / divisor, static_cast<double>(flagValue), static_cast<double>(limitValue),
+                       static_cast<double>(fullScale)});
 }
 
 void KORVA_Ref_RC_ComputeReflectance(float* out, float const* in, double const* coefficients, unsigned long count,
