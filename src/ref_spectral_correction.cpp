@@ -3,25 +3,270 @@
 
 #include <cstddef>
 
+#include "internal/lanes.h"
 #include "internal/multiversion.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
 namespace {
 
+// A panel of widened values on the stack, 48 KiB: together with the values of a block's rows it streams through the
+// first two cache levels. Cameras have far fewer bands than a panel holds; beyond, the definitions serve as they are.
+constexpr std::size_t kPanelDoubles = 6144;
+constexpr std::size_t kMaxPanelBlocks = 15;
+constexpr std::size_t kMaxPanelBands = 768;
+
+// The definition, for one spectrum. Rows of the matrix are taken four at a time, so that their sums, each a chain of
+// additions in band order, run side by side.
 template <typename Sample>
 void correctSpectrum(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
                      std::size_t inBands) {
-  for (std::size_t o = 0; o < outBands; ++o) {
+  constexpr std::size_t kRows = 4;
+  std::size_t o = 0;
+  for (; o + kRows <= outBands; o += kRows) {
+    double const* const r0 = matrix[o];
+    double const* const r1 = matrix[o + 1];
+    double const* const r2 = matrix[o + 2];
+    double const* const r3 = matrix[o + 3];
+    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    for (std::size_t i = 0; i < inBands; ++i) {
+      double const sample = static_cast<double>(in[i]);
+      s0 += sample * r0[i];
+      s1 += sample * r1[i];
+      s2 += sample * r2[i];
+      s3 += sample * r3[i];
+    }
+    out[o] = korva::toSample<Sample>(s0);
+    out[o + 1] = korva::toSample<Sample>(s1);
+    out[o + 2] = korva::toSample<Sample>(s2);
+    out[o + 3] = korva::toSample<Sample>(s3);
+  }
+  for (; o < outBands; ++o) {
     double sum = 0.0;
     for (std::size_t i = 0; i < inBands; ++i) sum += static_cast<double>(in[i]) * matrix[o][i];
     out[o] = korva::toSample<Sample>(sum);
   }
 }
 
+// The definition, for a cube: plane by plane through the working row.
+struct CorrectCubeByPlanes {
+  template <typename Sample>
+  KORVA_INLINE static void run(Sample* const* const* out, double* scratch, Sample const* const* const* in,
+                               double const* const* matrix, std::size_t outBands, std::size_t inBands,
+                               std::size_t samples) {
+    for (std::size_t o = 0; o < outBands; ++o) {
+      for (std::size_t k = 0; k < samples; ++k) scratch[k] = 0.0;
+      for (std::size_t i = 0; i < inBands; ++i) {
+        Sample const* const plane = in[i][0];
+        double const weight = matrix[o][i];
+        KORVA_INDEPENDENT
+        for (std::size_t k = 0; k < samples; ++k) scratch[k] += static_cast<double>(plane[k]) * weight;
+      }
+      Sample* const result = out[o][0];
+      // Not max(): a NaN sum must reach the output.
+      for (std::size_t k = 0; k < samples; ++k) {
+        result[k] = korva::toSample<Sample>(scratch[k] < 0.0 ? 0.0 : scratch[k]);
+      }
+    }
+  }
+};
+
+// Many spectra are a product of matrices, computed in blocks of up to six rows by two vectors whose sums stay in
+// registers while the input bands pass in order. One factor lies widened in a panel on the stack, [band][lanes]; the
+// other gives one value per row and band. A product of two numbers does not depend on their order, so the same block
+// serves cubes, where lanes are neighbouring samples and rows are output bands, and interleaved pixels, where lanes are
+// output bands and rows are pixels.
+template <int vectorBytes>
+struct Blocks {
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  static constexpr std::size_t kWidth = 2 * kLanes;
+  static constexpr std::size_t kMaxRows = 6;
+  using Doubles = korva::Vector<double, kLanes>;
+
+  // As many lanes as a panel holds with all input bands, in whole blocks. An odd number of blocks keeps the panel's
+  // rows, which are read one after another, out of each other's cache sets.
+  static std::size_t panelWidth(std::size_t inBands) {
+    std::size_t const fitting = kPanelDoubles / (inBands == 0 ? 1 : inBands) / kWidth;
+    std::size_t const blocks = fitting < kMaxPanelBlocks ? fitting : kMaxPanelBlocks;
+    return (blocks - (blocks + 1) % 2) * kWidth;
+  }
+
+  // The sums of `rows` rows and `vectors` vectors of lanes over all input bands.
+  template <std::size_t rows, std::size_t vectors>
+  KORVA_INLINE static void sumProducts(Doubles (&sums)[rows][vectors], double const* panel, std::size_t width,
+                                       double const* const* values, std::size_t inBands) {
+    double const* row[rows];
+#pragma GCC unroll 6
+    for (std::size_t r = 0; r < rows; ++r) {
+      row[r] = values[r];
+#pragma GCC unroll 2
+      for (std::size_t v = 0; v < vectors; ++v) sums[r][v] = Doubles{};
+    }
+    for (std::size_t band = 0; band < inBands; ++band) {
+      Doubles lanes[vectors];
+#pragma GCC unroll 2
+      for (std::size_t v = 0; v < vectors; ++v) {
+        lanes[v] = korva::loadLanes<Doubles>(panel + band * width + v * kLanes);
+      }
+#pragma GCC unroll 6
+      for (std::size_t r = 0; r < rows; ++r) {
+        double const value = row[r][band];
+#pragma GCC unroll 2
+        for (std::size_t v = 0; v < vectors; ++v) sums[r][v] += lanes[v] * value;
+      }
+    }
+  }
+
+  // Rounds the first `count` lanes of a row of sums to samples. In a cube negative sums become 0, NaN stays NaN.
+  template <bool clampAtZero, std::size_t vectors, typename Sample>
+  KORVA_INLINE static void store(Sample* target, Doubles const (&sums)[vectors], std::size_t count) {
+    double rest[vectors * kLanes];
+#pragma GCC unroll 2
+    for (std::size_t v = 0; v < vectors; ++v) {
+      Doubles values = sums[v];
+      if constexpr (clampAtZero) values = values < Doubles{} ? Doubles{} : values;
+      if (count >= vectors * kLanes) {
+        korva::storeConverted(target + v * kLanes, values);
+      } else {
+        korva::storeLanes(rest + v * kLanes, values);
+      }
+    }
+    if (count >= vectors * kLanes) return;
+    for (std::size_t k = 0; k < count; ++k) target[k] = korva::toSample<Sample>(rest[k]);
+  }
+
+  // Widens `count` samples. What remains of `lanes` becomes 0, whose products nobody stores.
+  template <typename Sample>
+  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count, std::size_t lanes) {
+    std::size_t k = 0;
+    for (; k + kLanes <= count; k += kLanes) {
+      korva::storeLanes(target + k, korva::loadWidened<Doubles>(source + k));
+    }
+    for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
+    for (; k < lanes; ++k) target[k] = 0.0;
+  }
+};
+
+// Lanes are neighbouring samples, rows are output bands.
+template <int vectorBytes>
+struct CorrectCube : Blocks<vectorBytes> {
+  using Base = Blocks<vectorBytes>;
+  using Base::kLanes;
+  using Base::kWidth;
+
+  // Output bands firstRow to firstRow + rows - 1 for the panel's samples.
+  template <std::size_t rows, typename Sample>
+  KORVA_INLINE static void correctRows(Sample* const* const* out, double* scratch, double const* panel,
+                                       std::size_t width, double const* const* matrix, std::size_t inBands,
+                                       std::size_t left, std::size_t count) {
+    for (std::size_t k = 0; k < count; k += kWidth) {
+      typename Base::Doubles sums[rows][2];
+      Base::sumProducts(sums, panel + k, width, matrix, inBands);
+#pragma GCC unroll 6
+      for (std::size_t r = 0; r < rows; ++r) Base::template store<true>(out[r][0] + left + k, sums[r], count - k);
+      // The caller's working row shows the sums of the last output band.
+      if (scratch != nullptr) Base::template store<false>(scratch + left + k, sums[rows - 1], count - k);
+    }
+  }
+
+  template <typename Sample>
+  KORVA_INLINE static void run(Sample* const* const* out, double* scratch, Sample const* const* const* in,
+                               double const* const* matrix, std::size_t outBands, std::size_t inBands,
+                               std::size_t samples) {
+    std::size_t const width = Base::panelWidth(inBands);
+    std::size_t const blocks = (outBands + Base::kMaxRows - 1) / Base::kMaxRows;
+    alignas(64) double panel[kPanelDoubles];
+    for (std::size_t left = 0; left < samples; left += width) {
+      std::size_t const count = samples - left < width ? samples - left : width;
+      for (std::size_t i = 0; i < inBands; ++i) Base::widen(panel + i * width, in[i][0] + left, count, width);
+      for (std::size_t block = 0; block < blocks; ++block) {
+        // Blocks of nearly equal height: five and five run faster than six and four.
+        std::size_t const first = block * outBands / blocks;
+        double* const lastSums = block + 1 == blocks ? scratch : nullptr;
+        switch ((block + 1) * outBands / blocks - first) {
+          case 1:
+            correctRows<1>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+          case 2:
+            correctRows<2>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+          case 3:
+            correctRows<3>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+          case 4:
+            correctRows<4>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+          case 5:
+            correctRows<5>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+          default:
+            correctRows<6>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            break;
+        }
+      }
+    }
+  }
+};
+
+// Lanes are output bands, rows are pixels.
+template <int vectorBytes>
+struct CorrectPixels : Blocks<vectorBytes> {
+  using Base = Blocks<vectorBytes>;
+  using Base::kLanes;
+  using Base::kMaxRows;
+  using Base::kWidth;
+
+  // Up to six pixels; a missing one repeats the first, and its sums are not stored.
+  template <std::size_t vectors, typename Sample>
+  KORVA_INLINE static void correctBands(Sample* out, double const* panel, std::size_t width, double const* spectra,
+                                        std::size_t outBands, std::size_t inBands, std::size_t pixels,
+                                        std::size_t count) {
+    double const* values[kMaxRows];
+    for (std::size_t r = 0; r < kMaxRows; ++r) values[r] = spectra + (r < pixels ? r : 0) * inBands;
+    typename Base::Doubles sums[kMaxRows][vectors];
+    Base::sumProducts(sums, panel, width, values, inBands);
+#pragma GCC unroll 6
+    for (std::size_t r = 0; r < kMaxRows; ++r) {
+      if (r < pixels) Base::template store<false>(out + r * outBands, sums[r], count);
+    }
+  }
+
+  template <typename Sample>
+  KORVA_INLINE static void run(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
+                               std::size_t inBands, std::size_t pixels) {
+    std::size_t const width = Base::panelWidth(inBands);
+    alignas(64) double panel[kPanelDoubles];
+    alignas(64) double spectra[kMaxRows * kMaxPanelBands];
+    for (std::size_t first = 0; first < outBands; first += width) {
+      std::size_t const count = outBands - first < width ? outBands - first : width;
+      // The matrix transposed, so that neighbouring lanes are neighbouring output bands.
+      for (std::size_t o = 0; o < width && o < count + kWidth; ++o) {
+        for (std::size_t i = 0; i < inBands; ++i) panel[i * width + o] = o < count ? matrix[first + o][i] : 0.0;
+      }
+      for (std::size_t pixel = 0; pixel < pixels; pixel += kMaxRows) {
+        std::size_t const rows = pixels - pixel < kMaxRows ? pixels - pixel : kMaxRows;
+        Base::widen(spectra, in + pixel * inBands, rows * inBands, rows * inBands);
+        Sample* const target = out + pixel * outBands + first;
+        for (std::size_t k = 0; k < count; k += kWidth) {
+          if (count - k > kLanes) {
+            correctBands<2>(target + k, panel + k, width, spectra, outBands, inBands, rows, count - k);
+          } else {
+            correctBands<1>(target + k, panel + k, width, spectra, outBands, inBands, rows, count - k);
+          }
+        }
+      }
+    }
+  }
+};
+
 template <typename Sample>
 void correctPixels(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
                    std::size_t inBands, std::size_t pixels) {
+  // Transposing the matrix pays from a few pixels on.
+  constexpr std::size_t kFewPixels = 6;
+  if (pixels >= kFewPixels && inBands <= kMaxPanelBands) {
+    return korva::dispatch<CorrectPixels>(out, in, matrix, outBands, inBands, pixels);
+  }
   for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
     correctSpectrum(out + pixel * outBands, in + pixel * inBands, matrix, outBands, inBands);
   }
@@ -30,18 +275,10 @@ void correctPixels(Sample* out, Sample const* in, double const* const* matrix, s
 template <typename Sample>
 void correctCube(Sample* const* const* out, double* scratch, Sample const* const* const* in,
                  double const* const* matrix, std::size_t outBands, std::size_t inBands, std::size_t samples) {
-  for (std::size_t o = 0; o < outBands; ++o) {
-    for (std::size_t k = 0; k < samples; ++k) scratch[k] = 0.0;
-    for (std::size_t i = 0; i < inBands; ++i) {
-      Sample const* const plane = in[i][0];
-      double const weight = matrix[o][i];
-      for (std::size_t k = 0; k < samples; ++k) scratch[k] += static_cast<double>(plane[k]) * weight;
-    }
-    Sample* const result = out[o][0];
-    for (std::size_t k = 0; k < samples; ++k) {
-      // Not max(): a NaN sum must reach the output.
-      result[k] = scratch[k] < 0.0 ? Sample{0} : korva::toSample<Sample>(scratch[k]);
-    }
+  if (inBands <= kMaxPanelBands) {
+    korva::dispatch<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
+  } else {
+    korva::dispatch<CorrectCubeByPlanes>(out, scratch, in, matrix, outBands, inBands, samples);
   }
 }
 
