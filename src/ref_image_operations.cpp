@@ -62,6 +62,7 @@ struct FilterImage7x7 {
   static constexpr std::size_t kBlock = kBlockVectors * kLanes;
   static constexpr std::size_t kStrip = 10 * kBlock;
   static constexpr std::size_t kRing = 8;
+  static constexpr std::size_t kRowStride = kStrip + 8;  // whole cache lines, and room for both margins
   using Doubles = korva::Vector<double, kLanes>;
   using Floats = korva::Vector<float, kLanes>;
 
@@ -71,16 +72,22 @@ struct FilterImage7x7 {
   KORVA_INLINE static void addRow(Doubles (&sums)[2][vectors], double const* row, double const* weights0,
                                   double const* weights1) {
     for (std::size_t kx = 0; kx < kKernelSize; ++kx) {
+      auto weight0 = korva::broadcast<Doubles>(first ? weights0[kx] : 0.0);
+      auto weight1 = korva::broadcast<Doubles>(second ? weights1[kx] : 0.0);
+      if constexpr (first) korva::keepInRegister(weight0);
+      if constexpr (second) korva::keepInRegister(weight1);
 #pragma GCC unroll 8
       for (std::size_t v = 0; v < vectors; ++v) {
-        auto const samples = korva::loadLanes<Doubles>(row + kx + v * kLanes);
-        if constexpr (first) sums[0][v] += samples * weights0[kx];
-        if constexpr (second) sums[1][v] += samples * weights1[kx];
+        auto samples = korva::loadLanes<Doubles>(row + kx + v * kLanes);
+        korva::keepInRegister(samples);
+        if constexpr (first) sums[0][v] += samples * weight0;
+        if constexpr (second) sums[1][v] += samples * weight1;
       }
     }
   }
 
-  // Two output rows, or one when pair is false, of vectors * kLanes columns; rows[0] is the uppermost row of the window.
+  // Two output rows, or one when pair is false, of vectors * kLanes columns; rows[0] is the uppermost row of the
+  // window.
   template <bool pair, std::size_t vectors>
   KORVA_INLINE static void filterBlock(float* out0, float* out1, double const* const* rows, std::size_t column,
                                        double const* kernel) {
@@ -123,7 +130,7 @@ struct FilterImage7x7 {
 
   KORVA_INLINE static void run(float* const* out, float const* const* in, std::size_t width, std::size_t height,
                                double const* kernel) {
-    alignas(64) double ring[kRing][kStrip + 2 * kKernelMargin];
+    alignas(64) double ring[kRing][kRowStride];
     double weights[kKernelSize * kKernelSize];
     for (std::size_t k = 0; k < kKernelSize * kKernelSize; ++k) weights[k] = kernel[k];
 
@@ -153,46 +160,75 @@ struct FilterImage7x7 {
 
 // Colour conversion -------------------------------------------------------------------------------------------------
 
+// Each conversion is written once, for single samples and for vectors of them.
+
+template <int vectorBytes>
 struct RGBToYCbCr {
-  KORVA_INLINE static void run(float* y, float* cb, float* cr, float const* r, float const* g, float const* b,
-                               std::size_t count, double kb, double kr) {
-    double const gWeight = (1.0 - kb) - kr;
-    double const cbScale = 0.5 / (1.0 - kb);
-    double const crScale = 0.5 / (1.0 - kr);
-    KORVA_INDEPENDENT
-    for (std::size_t k = 0; k < count; ++k) {
-      double const red = static_cast<double>(r[k]);
-      double const green = static_cast<double>(g[k]);
-      double const blue = static_cast<double>(b[k]);
-      float const luma = static_cast<float>((red * kr + green * gWeight) + blue * kb);
-      float const blueDifference = b[k] - luma;
-      float const redDifference = r[k] - luma;
-      y[k] = luma;
-      cb[k] = static_cast<float>(static_cast<double>(blueDifference) * cbScale);
-      cr[k] = static_cast<float>(static_cast<double>(redDifference) * crScale);
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+
+  struct Weights {
+    double red, green, blue;
+    double cbScale, crScale;
+  };
+
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE static void convert(float* const* out, float const* const* in, std::size_t k, Weights const& w) {
+    auto const red = korva::loadLanes<Floats>(in[0] + k);
+    auto const green = korva::loadLanes<Floats>(in[1] + k);
+    auto const blue = korva::loadLanes<Floats>(in[2] + k);
+    auto const luma = korva::narrowLanes<Floats>(
+        (korva::widenLanes<Doubles>(red) * w.red + korva::widenLanes<Doubles>(green) * w.green) +
+        korva::widenLanes<Doubles>(blue) * w.blue);
+    korva::storeLanes(out[0] + k, luma);
+    korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(blue - luma) * w.cbScale));
+    korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(red - luma) * w.crScale));
+  }
+
+  KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, double kb, double kr) {
+    Weights const weights = {kr, (1.0 - kb) - kr, kb, 0.5 / (1.0 - kb), 0.5 / (1.0 - kr)};
+    float* const target[] = {out[0][0], out[1][0], out[2][0]};
+    float const* const source[] = {in[0][0], in[1][0], in[2][0]};
+    std::size_t k = 0;
+    for (; k + kLanes <= count; k += kLanes) {
+      convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k, weights);
     }
+    for (; k < count; ++k) convert<float, double>(target, source, k, weights);
   }
 };
 
+template <int vectorBytes>
 struct YCbCrToRGB {
-  KORVA_INLINE static void run(float* r, float* g, float* b, float const* y, float const* cb, float const* cr,
-                               std::size_t count, double kb, double kr) {
-    double const crFactor = (1.0 - kr) + (1.0 - kr);
-    double const cbFactor = (1.0 - kb) + (1.0 - kb);
-    // Not 1 / gWeight of the other direction: the two may differ in the last bit.
-    double const gInverse = 1.0 / ((1.0 - kr) - kb);
-    KORVA_INDEPENDENT
-    for (std::size_t k = 0; k < count; ++k) {
-      double const luma = static_cast<double>(y[k]);
-      double const blueDifference = static_cast<double>(cb[k]);
-      double const redDifference = static_cast<double>(cr[k]);
-      double const red = redDifference * crFactor + luma;
-      double const blue = blueDifference * cbFactor + luma;
-      double const green = ((luma - red * kr) - kb * blue) * gInverse;
-      r[k] = static_cast<float>(red);
-      g[k] = static_cast<float>(green);
-      b[k] = static_cast<float>(blue);
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+
+  struct Weights {
+    double red, blue;
+    double crFactor, cbFactor, gInverse;
+  };
+
+  // All three samples are read before one is written: the planes may be the same.
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE static void convert(float* const* out, float const* const* in, std::size_t k, Weights const& w) {
+    auto const luma = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[0] + k));
+    auto const cb = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[1] + k));
+    auto const cr = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[2] + k));
+    auto const red = cr * w.crFactor + luma;
+    auto const blue = cb * w.cbFactor + luma;
+    auto const green = ((luma - red * w.red) - w.blue * blue) * w.gInverse;
+    korva::storeLanes(out[0] + k, korva::narrowLanes<Floats>(red));
+    korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(green));
+    korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(blue));
+  }
+
+  KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, double kb, double kr) {
+    // gInverse is not the reciprocal of the other direction's green weight: the two may differ in the last bit.
+    Weights const weights = {kr, kb, (1.0 - kr) + (1.0 - kr), (1.0 - kb) + (1.0 - kb), 1.0 / ((1.0 - kr) - kb)};
+    float* const target[] = {out[0][0], out[1][0], out[2][0]};
+    float const* const source[] = {in[0][0], in[1][0], in[2][0]};
+    std::size_t k = 0;
+    for (; k + kLanes <= count; k += kLanes) {
+      convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k, weights);
     }
+    for (; k < count; ++k) convert<float, double>(target, source, k, weights);
   }
 };
 
@@ -235,11 +271,11 @@ void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width
 void KORVA_Ref_RGBToYCbCr_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<RGBToYCbCr>(out[0][0], out[1][0], out[2][0], in[0][0], in[1][0], in[2][0], width * height, kb, kr);
+  korva::dispatch<RGBToYCbCr>(out, in, width * height, kb, kr);
 }
 
 void KORVA_Ref_YCbCrToRGB_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<YCbCrToRGB>(out[0][0], out[1][0], out[2][0], in[0][0], in[1][0], in[2][0], width * height, kb, kr);
+  korva::dispatch<YCbCrToRGB>(out, in, width * height, kb, kr);
 }

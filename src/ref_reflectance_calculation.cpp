@@ -66,12 +66,12 @@ KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, Reflectanc
   Doubles const measured = (unreferenced | flagged | saturated) ? zero : sample;
   Doubles result = (measured * coefficient) * rules.reciprocal;
   if constexpr (std::is_same_v<Stored, unsigned short>) {
-    Doubles const one = zero + 1.0;
+    auto const one = korva::broadcast<Doubles>(1.0);
     result = (result > one ? one : result) * rules.fullScale;
   }
   // From the last rule to the first, so that the first one that applies decides.
-  Doubles const flag = zero + rules.flagValue;
-  result = saturated ? zero + rules.limitValue : result;
+  auto const flag = korva::broadcast<Doubles>(rules.flagValue);
+  result = saturated ? korva::broadcast<Doubles>(rules.limitValue) : result;
   result = flagged ? flag : result;
   return unreferenced ? (sample <= zero ? zero : flag) : result;
 }

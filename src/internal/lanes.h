@@ -35,6 +35,13 @@ KORVA_INLINE void storeLanes(Lane* target, V lanes) {
   __builtin_memcpy(target, &lanes, sizeof lanes);
 }
 
+// A vector with one value in all lanes; of a scalar type, the value. Subtracting 0 keeps every bit, -0.0 included, and
+// costs nothing.
+template <typename V, typename Lane>
+KORVA_INLINE V broadcast(Lane value) {
+  return value - V{};
+}
+
 // a < b ? a : b, so b where the two compare equal or a NaN is among them. The x86 instruction is defined the same way.
 template <typename V>
 KORVA_INLINE V lesser(V a, V b) {
@@ -55,13 +62,38 @@ KORVA_INLINE V greater(V a, V b) {
   return a > b ? a : b;
 }
 
-// Widens float lanes to double, exactly.
+// Makes the compiler hold lanes that several instructions use in a register, where g++ would load them for each anew:
+// kernels with many multiplications per sample have no load to spare.
+template <typename V>
+KORVA_INLINE void keepInRegister(V& lanes) {
+#if KORVA_X86_BUILTINS
+  asm("" : "+x"(lanes));
+#else
+  (void)lanes;
+#endif
+}
+
+// Widens float lanes, or one float, to double, exactly.
 template <typename Doubles, typename Floats>
 KORVA_INLINE Doubles widenLanes(Floats lanes) {
+  if constexpr (std::is_same_v<Doubles, double>) {
+    return static_cast<double>(lanes);
+  } else {
 #if KORVA_X86_BUILTINS
-  if constexpr (std::is_same_v<Doubles, Vector<double, 4>>) return __builtin_ia32_cvtps2pd256(lanes);
+    if constexpr (std::is_same_v<Doubles, Vector<double, 4>>) return __builtin_ia32_cvtps2pd256(lanes);
 #endif
-  return __builtin_convertvector(lanes, Doubles);
+    return __builtin_convertvector(lanes, Doubles);
+  }
+}
+
+// Rounds double lanes, or one double, to the nearest float.
+template <typename Floats, typename Doubles>
+KORVA_INLINE Floats narrowLanes(Doubles lanes) {
+  if constexpr (std::is_same_v<Floats, float>) {
+    return static_cast<float>(lanes);
+  } else {
+    return __builtin_convertvector(lanes, Floats);
+  }
 }
 
 }  // namespace korva
