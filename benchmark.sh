@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks, one thread on one processor, and prints the table.
+set -euo pipefail
+cd "$(dirname "$0")"
+# shellcheck source=scripts/prerequisites.sh
+. scripts/prerequisites.sh
+
+usage() {
+  cat <<'USAGE'
+Usage: ./benchmark.sh [options]
+  --filter REGEX    only the rows whose name matches, e.g. --filter Median2D
+  --scaling         ns per sample from 64 x 64 to 8192 x 8192, odd widths and narrow images
+  --quick           one short repetition: checks that everything runs and compares, measures little
+  --no-peers        do without OpenCV and OpenBLAS
+  --summary         one line per routine
+  --update-readme   put that summary into README.md
+USAGE
+}
+
+filter=. peers=ON program=() repetitions=7 seconds=0.02 summary=() readme=
+while [ $# -gt 0 ]; do
+  case $1 in
+    --filter)
+      [ $# -gt 1 ] || { usage >&2; exit 2; }
+      filter=$2
+      shift
+      ;;
+    --scaling) program=(--scaling) ;;
+    --quick) repetitions=1 seconds=0.001 ;;
+    --no-peers) peers=OFF ;;
+    --summary) summary=(--summary) ;;
+    --update-readme) readme=README.md ;;
+    -h | --help)
+      usage
+      exit
+      ;;
+    *)
+      usage >&2
+      exit 2
+      ;;
+  esac
+  shift
+done
+
+packages=(cmake g++ ninja-build libbenchmark-dev python3)
+[ $peers = OFF ] || packages+=(libopencv-imgproc-dev libopenblas-dev)
+require_packages "${packages[@]}"
+
+build=build/benchmark
+cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKORVA_BUILD_TESTS=OFF -DKORVA_BUILD_BENCHMARKS=ON \
+  -DKORVA_BENCHMARK_PEERS=$peers >/dev/null
+cmake --build $build >$build/build.txt || { cat $build/build.txt >&2; exit 1; }
+
+# The last processor that this process may use: the first one tends to serve the interrupts.
+pin=()
+if command -v taskset >/dev/null; then
+  pin=(taskset -c "$(taskset -cp $$ | sed 's/.*[-, ]//')")
+fi
+cpu=$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)
+
+echo "Measuring. A full run takes about 8 minutes." >&2
+results=$build/results.json
+OPENBLAS_NUM_THREADS=1 "${pin[@]}" $build/benchmarks/korva_benchmark "${program[@]}" \
+  --benchmark_filter="$filter|^limit/" --benchmark_repetitions=$repetitions --benchmark_min_time=$seconds \
+  --benchmark_enable_random_interleaving=true --benchmark_context=cpu="${cpu:-unknown processor}" \
+  --benchmark_out=$results --benchmark_out_format=json >$build/results.txt 2>&1 ||
+  { tail -n 20 $build/results.txt >&2; exit 1; }
+
+echo
+if [ -n "$readme" ]; then
+  python3 benchmarks/table.py $results --readme $readme
+fi
+python3 benchmarks/table.py $results "${summary[@]}"

@@ -1,0 +1,170 @@
+#include "harness.h"
+
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <set>
+
+namespace korva::benchmarks {
+namespace {
+
+constexpr char const* kFormNames[] = {"ours", "baseline", "plain", "peer"};
+
+void* libraries[2];  // ours and baseline
+bool scaling = false;
+
+// One routine of each family; the others of a family walk their arrays in the same way.
+std::set<std::string> const kScaled = {
+    "KORVA_Ref_CG_SSM_GetBandImage_uint16",
+    "KORVA_Ref_RC_ComputeReflectance_uint16",
+    "KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float",
+    "KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16",
+    "KORVA_Ref_MF_Median2D_5x5_uint16",
+    "KORVA_Ref_MF_Median2D_3x3_float",
+    "KORVA_Ref_ApplyKernel7x7_float",
+    "KORVA_Ref_RGBToYCbCr_float",
+    "KORVA_Ref_RGBX_DemosaicFrame_float",
+    "KORVA_Ref_RGBX_ComputeNewWLI_float",
+};
+
+// Empty when the outputs agree, otherwise what does not.
+std::string difference(Output const& expected, Output const& found) {
+  if (expected.bytes == found.bytes && std::memcmp(expected.data, found.data, found.bytes) == 0) return "";
+  return "differs from the plain form";
+}
+
+std::string difference(Output const& expected, Output const& found, Peer const& peer) {
+  if (peer.tolerance < 0) return "";
+  if (expected.samples != found.samples) return "is of another size than the plain form";
+  unsigned long compared = 0, outside = 0;
+  double largest = 0;
+  for (unsigned long k = 0; k < expected.samples; ++k) {
+    unsigned long const column = k % expected.size.width, row = k / expected.size.width % expected.size.height;
+    if (std::min(column, row) < peer.margin) continue;
+    if (expected.size.width - column <= peer.margin || expected.size.height - row <= peer.margin) continue;
+    double const error = std::abs(expected.read(expected.data, k) - found.read(found.data, k));
+    ++compared;
+    if (error <= peer.tolerance) continue;
+    ++outside;
+    largest = std::max(largest, error);
+  }
+  if (compared > 0 && static_cast<double>(outside) <= peer.outliers * static_cast<double>(compared)) return "";
+  return std::to_string(outside) + " of " + std::to_string(compared) + " samples differ, by up to " +
+         std::to_string(largest);
+}
+
+struct Entry {
+  Row row;
+  std::function<Run(Form)> prepare;
+  Peer peer;
+  bool verified = false;
+
+  Run prepareForm(Form form) const { return form == Form::kPeer ? peer.prepare() : prepare(form); }
+
+  std::string verify(Run const& plainRun) {
+    if (verified) return "";
+    for (Form const form : {Form::kOurs, Form::kBaseline, Form::kPeer}) {
+      if (form == Form::kPeer && !peer.prepare) continue;
+      Run const run = prepareForm(form);
+      run.call();
+      if (run.rearrange) run.rearrange();
+      std::string const fault =
+          form == Form::kPeer ? difference(plainRun.output, run.output, peer) : difference(plainRun.output, run.output);
+      if (!fault.empty()) return std::string(kFormNames[static_cast<int>(form)]) + " " + fault;
+    }
+    verified = true;
+    return "";
+  }
+};
+
+void measure(benchmark::State& state, Entry& entry, Form form) {
+  Run const run = entry.prepareForm(form);
+  // The first call of a peer makes its intermediate images. The plain form, the slowest, has no need of another call.
+  if (form != Form::kPlain || !entry.verified) run.call();
+  if (form == Form::kPlain) {
+    std::string const fault = entry.verify(run);
+    if (!fault.empty()) return state.SkipWithError(fault.c_str());
+  }
+  for (auto _ : state) {
+    run.call();
+    benchmark::ClobberMemory();
+  }
+  Row const& row = entry.row;
+  state.counters["samples"] = static_cast<double>(row.samples);
+  std::pair<char const*, double> const work[] = {{"doubleOperations", row.work.doubleOperations},
+                                                 {"divisions", row.work.divisions},
+                                                 {"minMaxUint16", row.work.minMaxUint16},
+                                                 {"minMaxFloat", row.work.minMaxFloat},
+                                                 {"bytes", row.work.bytes}};
+  for (auto const& [resource, perSample] : work)
+    if (perSample > 0) state.counters[resource] = perSample;
+  state.SetLabel(std::to_string(row.size.width) + " x " + std::to_string(row.size.height) + ";" + entry.peer.name +
+                 ";" + entry.peer.note);
+}
+
+}  // namespace
+
+void loadLibraries() {
+  char const* const paths[] = {KORVA_OURS_PATH, KORVA_BASELINE_PATH};
+  for (int k = 0; k < 2; ++k) {
+    libraries[k] = dlopen(paths[k], RTLD_NOW | RTLD_LOCAL);
+    if (libraries[k]) continue;
+    std::cerr << dlerror() << '\n';
+    std::exit(1);
+  }
+}
+
+void* symbol(Form form, char const* name) {
+  void* const address = dlsym(libraries[form == Form::kBaseline], name);
+  if (address) return address;
+  std::cerr << dlerror() << '\n';
+  std::exit(1);
+}
+
+void measureScaling() { scaling = true; }
+
+std::vector<SlottedSize> frameSizes(Size least, unsigned long widthMultiple) {
+  std::vector<SlottedSize> sizes;
+  if (!scaling) {
+    sizes = {{"frame", {2048, 1088}}, {"odd", {2047, 1087}}, {"cache", {512, 512}}};
+  } else {
+    for (unsigned long const edge : {64, 128, 256, 512, 1024, 2048, 4096, 8192}) sizes.push_back({"", {edge, edge}});
+    for (unsigned long const width : {511, 513, 4095, 4097}) sizes.push_back({"", {width, 512}});
+    for (unsigned long const width : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17, 33}) sizes.push_back({"", {width, 4096}});
+    for (SlottedSize& entry : sizes)
+      entry.slot = std::to_string(entry.size.width) + "x" + std::to_string(entry.size.height);
+  }
+  for (SlottedSize& entry : sizes) entry.size.width -= entry.size.width % widthMultiple;
+  std::erase_if(sizes, [&](SlottedSize const& entry) {
+    return entry.size.width < least.width || entry.size.height < least.height;
+  });
+  return sizes;
+}
+
+std::vector<SlottedSize> frameAndSmallSizes() {
+  std::vector<SlottedSize> sizes = frameSizes();
+  if (!scaling) sizes.push_back({"small", {128, 64}});
+  return sizes;
+}
+
+void addRow(Row row, std::function<Run(Form)> prepare, Peer peer) {
+  if (scaling && !kScaled.contains(row.routine)) return;
+  if (row.samples == 0) row.samples = row.size.samples();
+  auto const entry = std::make_shared<Entry>(Entry{row, std::move(prepare), std::move(peer)});
+  for (Form const form : {Form::kOurs, Form::kBaseline, Form::kPlain, Form::kPeer}) {
+    if (form == Form::kPeer && !entry->peer.prepare) continue;
+    if (form != Form::kOurs && scaling) continue;
+    std::string const name =
+        std::string(row.routine) + "/" + row.variant + "/" + row.slot + "/" + kFormNames[static_cast<int>(form)];
+    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+      measure(state, *entry, form);
+    })->Unit(benchmark::kMicrosecond);
+  }
+}
+
+}  // namespace korva::benchmarks
