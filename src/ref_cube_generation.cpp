@@ -1,8 +1,12 @@
 // CG: raw frames into band images and cubes, for snapshot-mosaic, snapshot-tiled and line-scan sensors.
 #include "korva_reference_api.h"
 
+#include <cstddef>
 #include <cstring>
+#include <utility>
 
+#include "internal/lanes.h"
+#include "internal/multiversion.h"
 #include "internal/strict_float.h"
 
 namespace {
@@ -14,6 +18,52 @@ void copyRectangle(Sample* const* out, Sample const* const* in, unsigned long le
                    unsigned long width, unsigned long height) {
   for (unsigned long row = 0; row < height; ++row) {
     std::memcpy(out[row], in[top + row] + left, width * sizeof(Sample));
+  }
+}
+
+// out[k] = in[k * stride] for strides of common mosaics, known when compiling.
+template <std::size_t stride>
+struct TakeEvery {
+  // The sample at lane k comes from loaded vector number k * stride / lanes; lanes from other vectors become 0.
+  template <std::size_t vector, std::size_t lanes, std::size_t... lane>
+  KORVA_INLINE static auto placed(korva::Vector<Sample, lanes> samples, std::index_sequence<lane...>) {
+    return __builtin_shufflevector(
+        samples, korva::Vector<Sample, lanes>{},
+        (lane * stride / lanes == vector ? static_cast<int>(lane * stride % lanes) : static_cast<int>(lanes))...);
+  }
+
+  template <std::size_t... vector>
+  KORVA_INLINE static void takeEight(Sample* out, Sample const* in, std::index_sequence<vector...>) {
+    constexpr std::size_t kLanes = 8;
+    using V = korva::Vector<Sample, kLanes>;
+    korva::storeLanes(
+        out,
+        (placed<vector, kLanes>(korva::loadLanes<V>(in + vector * kLanes), std::make_index_sequence<kLanes>()) | ...));
+  }
+
+  KORVA_INLINE static void run(Sample* out, Sample const* in, std::size_t count) {
+    std::size_t k = 0;
+    // Strictly less: eight samples are taken from 8 * stride loaded ones, and those beyond the eighth lie in the row
+    // only if a ninth follows.
+    for (; k + 8 < count; k += 8) takeEight(out + k, in + k * stride, std::make_index_sequence<stride>());
+    for (; k < count; ++k) out[k] = in[k * stride];
+  }
+};
+
+void takeEvery(Sample* out, Sample const* in, std::size_t stride, std::size_t count) {
+  switch (stride) {
+    case 2:
+      return korva::dispatch<TakeEvery<2>>(out, in, count);
+    case 3:
+      return korva::dispatch<TakeEvery<3>>(out, in, count);
+    case 4:
+      return korva::dispatch<TakeEvery<4>>(out, in, count);
+    case 5:
+      return korva::dispatch<TakeEvery<5>>(out, in, count);
+    case 6:
+      return korva::dispatch<TakeEvery<6>>(out, in, count);
+    default:
+      for (std::size_t k = 0; k < count; ++k) out[k] = in[k * stride];
   }
 }
 
@@ -35,9 +85,7 @@ void KORVA_Ref_CG_SSM_GetBandImage_uint16(unsigned short** out, unsigned short**
   unsigned long const rowPhase = band / mosaicWidth;
   unsigned long const columnPhase = band % mosaicWidth;
   for (unsigned long row = 0; row < bandHeight && bandWidth > 0; ++row) {
-    Sample const* const source = in[rowPhase + row * mosaicHeight] + columnPhase;
-    Sample* const target = out[row];
-    for (unsigned long column = 0; column < bandWidth; ++column) target[column] = source[column * mosaicWidth];
+    takeEvery(out[row], in[rowPhase + row * mosaicHeight] + columnPhase, mosaicWidth, bandWidth);
   }
 }
 
