@@ -1,0 +1,74 @@
+/*
+ * The literal definition of every processing routine: one sample at a time, each operation in the stated order and
+ * precision, nothing shared between samples. Tests compare every build of the library with it, bit for bit, and
+ * benchmarks measure against it.
+ *
+ * A definition bears the exported name without its KORVA_Ref_ and has exactly the routine's type.
+ */
+#ifndef KORVA_TESTS_SUPPORT_PLAIN_DEFINITIONS_H
+#define KORVA_TESTS_SUPPORT_PLAIN_DEFINITIONS_H
+
+#include "korva_reference_api.h"
+
+namespace korva::plain {
+
+// Adds 0.5, truncates to a signed 32-bit integer and keeps its low 16 bits; 0 for NaN and outside that range.
+unsigned short toUint16(double value);
+
+decltype(KORVA_Ref_CG_CropImage_uint16) CG_CropImage_uint16;
+decltype(KORVA_Ref_CG_SSM_GetBandImage_uint16) CG_SSM_GetBandImage_uint16;
+decltype(KORVA_Ref_CG_SST_GetBandImage_uint16) CG_SST_GetBandImage_uint16;
+decltype(KORVA_Ref_CG_LS_GetBandImageStrip_uint16) CG_LS_GetBandImageStrip_uint16;
+decltype(KORVA_Ref_CG_LS_StitchBandImageStrip_uint16) CG_LS_StitchBandImageStrip_uint16;
+decltype(KORVA_Ref_CG_LS_StitchBandImage_uint16) CG_LS_StitchBandImage_uint16;
+decltype(KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16) CG_LS_GetStitchedSlice_BSQ_uint16;
+
+decltype(KORVA_Ref_RC_CorrectBias_float) RC_CorrectBias_float;
+decltype(KORVA_Ref_RC_CorrectBias_uint16) RC_CorrectBias_uint16;
+decltype(KORVA_Ref_RC_ComputeCorrectionCoefficients_float) RC_ComputeCorrectionCoefficients_float;
+decltype(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16) RC_ComputeCorrectionCoefficients_uint16;
+decltype(KORVA_Ref_RC_ComputeReflectance_float) RC_ComputeReflectance_float;
+decltype(KORVA_Ref_RC_ComputeReflectance_uint16) RC_ComputeReflectance_uint16;
+
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_float) SC_ApplySpectralCorrection_float;
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_uint16) SC_ApplySpectralCorrection_uint16;
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_BIP_float) SC_ApplySpectralCorrection_BIP_float;
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16) SC_ApplySpectralCorrection_BIP_uint16;
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float) SC_ApplySpectralCorrection_BSQ_float;
+decltype(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16) SC_ApplySpectralCorrection_BSQ_uint16;
+
+decltype(KORVA_Ref_DM_ComputeFilterPosition) DM_ComputeFilterPosition;
+decltype(KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition) DM_ComputeTargetPositionRelativeToFilterPosition;
+decltype(KORVA_Ref_DM_ComputeCoefficientsBilinear) DM_ComputeCoefficientsBilinear;
+decltype(KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl) DM_ApplyDemosaicingBilinear_dbl;
+decltype(KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16) DM_ApplyDemosaicingBilinear_uint16;
+
+decltype(KORVA_Ref_MF_Median1D_9_uint16) MF_Median1D_9_uint16;
+decltype(KORVA_Ref_MF_Median1D_9_float) MF_Median1D_9_float;
+decltype(KORVA_Ref_MF_Median1D_25_uint16) MF_Median1D_25_uint16;
+decltype(KORVA_Ref_MF_Median1D_25_float) MF_Median1D_25_float;
+decltype(KORVA_Ref_MF_Median1D_uint16) MF_Median1D_uint16;
+decltype(KORVA_Ref_MF_Median1D_float) MF_Median1D_float;
+decltype(KORVA_Ref_MF_Median2D_3x3_uint16) MF_Median2D_3x3_uint16;
+decltype(KORVA_Ref_MF_Median2D_3x3_float) MF_Median2D_3x3_float;
+decltype(KORVA_Ref_MF_Median2D_5x5_uint16) MF_Median2D_5x5_uint16;
+decltype(KORVA_Ref_MF_Median2D_5x5_float) MF_Median2D_5x5_float;
+
+decltype(KORVA_Ref_Subtract_float) Subtract_float;
+decltype(KORVA_Ref_Add_float) Add_float;
+decltype(KORVA_Ref_Mix_float) Mix_float;
+decltype(KORVA_Ref_Crop_float) Crop_float;
+decltype(KORVA_Ref_ApplyKernel7x7_float) ApplyKernel7x7_float;
+decltype(KORVA_Ref_RGBToYCbCr_float) RGBToYCbCr_float;
+decltype(KORVA_Ref_YCbCrToRGB_float) YCbCrToRGB_float;
+
+decltype(KORVA_Ref_RGBX_ComputeBand_R_float) RGBX_ComputeBand_R_float;
+decltype(KORVA_Ref_RGBX_ComputeBand_G_float) RGBX_ComputeBand_G_float;
+decltype(KORVA_Ref_RGBX_ComputeBand_B_float) RGBX_ComputeBand_B_float;
+decltype(KORVA_Ref_RGBX_ComputeBand_X_float) RGBX_ComputeBand_X_float;
+decltype(KORVA_Ref_RGBX_DemosaicFrame_float) RGBX_DemosaicFrame_float;
+decltype(KORVA_Ref_RGBX_ComputeNewWLI_float) RGBX_ComputeNewWLI_float;
+
+}  // namespace korva::plain
+
+#endif
