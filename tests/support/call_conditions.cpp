@@ -1,0 +1,111 @@
+#include "support/call_conditions.h"
+
+#include <cfenv>
+#include <cstdlib>
+
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
+#if defined(__has_feature)
+#define KORVA_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define KORVA_HAS_FEATURE(feature) 0
+#endif
+#if !defined(__GLIBC__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
+    KORVA_HAS_FEATURE(address_sanitizer) || KORVA_HAS_FEATURE(thread_sanitizer) || KORVA_HAS_FEATURE(memory_sanitizer)
+#define KORVA_ALLOCATIONS_ARE_COUNTED 0
+#else
+#define KORVA_ALLOCATIONS_ARE_COUNTED 1
+#endif
+
+namespace korva::test {
+namespace {
+
+constexpr std::size_t kKeptSizes = 16;
+
+struct Allocations {
+  long count, live, failingCount;
+  std::size_t sizes[kKeptSizes];
+  std::size_t keptSizes;
+};
+thread_local constinit Allocations allocations{};
+
+[[maybe_unused]] bool isAllowed(std::size_t size) {
+  ++allocations.count;
+  if (allocations.keptSizes < kKeptSizes) allocations.sizes[allocations.keptSizes++] = size;
+  return allocations.count != allocations.failingCount;
+}
+
+[[maybe_unused]] void* counted(void* block) {
+  if (block != nullptr) ++allocations.live;
+  return block;
+}
+
+}  // namespace
+
+FloatingPointMode floatingPointMode() {
+  FloatingPointMode mode{0, std::fegetround()};
+#if defined(__x86_64__)
+  constexpr unsigned kStickyFlags = 0x3f;
+  mode.control = _mm_getcsr() & ~kStickyFlags;
+#elif defined(__aarch64__)
+  asm volatile("mrs %0, fpcr" : "=r"(mode.control));
+#endif
+  return mode;
+}
+
+bool allocationsAreCounted() { return KORVA_ALLOCATIONS_ARE_COUNTED; }
+long allocationCount() { return allocations.count; }
+long liveAllocationCount() { return allocations.live; }
+
+void failAllocation(long ordinal) {
+  allocations.keptSizes = 0;
+  allocations.failingCount = allocations.count + ordinal;
+}
+
+void failNoAllocation() {
+  allocations.keptSizes = 0;
+  allocations.failingCount = 0;
+}
+
+std::span<std::size_t const> requestedSizes() { return {allocations.sizes, allocations.keptSizes}; }
+
+}  // namespace korva::test
+
+#if KORVA_ALLOCATIONS_ARE_COUNTED
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void __libc_free(void*);
+
+void* malloc(std::size_t size) {
+  return korva::test::isAllowed(size) ? korva::test::counted(__libc_malloc(size)) : nullptr;
+}
+void* calloc(std::size_t count, std::size_t size) {
+  return korva::test::isAllowed(count * size) ? korva::test::counted(__libc_calloc(count, size)) : nullptr;
+}
+void* realloc(void* block, std::size_t size) {
+  if (!korva::test::isAllowed(size)) return nullptr;
+  void* const moved = __libc_realloc(block, size);
+  return block == nullptr ? korva::test::counted(moved) : moved;
+}
+void free(void* block) {
+  if (block != nullptr) --korva::test::allocations.live;
+  __libc_free(block);
+}
+}
+#endif
+
+#if !KORVA_ALLOCATIONS_ARE_COUNTED
+// Sizes that cannot be had are among the tests, so the sanitizers' allocators answer with null as the C library does.
+extern "C" {
+char const* __asan_default_options();
+char const* __tsan_default_options();
+char const* __msan_default_options();
+char const* __asan_default_options() { return "allocator_may_return_null=1"; }
+char const* __tsan_default_options() { return "allocator_may_return_null=1"; }
+char const* __msan_default_options() { return "allocator_may_return_null=1"; }
+}
+#endif

@@ -1,0 +1,120 @@
+#include "support/cases.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <utility>
+
+namespace korva::test {
+namespace {
+
+std::optional<unsigned long> numberFrom(char const* variable) {
+  char const* const text = std::getenv(variable);
+  return text ? std::optional(std::strtoul(text, nullptr, 0)) : std::nullopt;
+}
+
+std::string hex(void const* value, std::size_t bytes) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, value, bytes);
+  char text[64];
+  double number = static_cast<double>(bits);
+  if (bytes == sizeof(float)) number = static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
+  if (bytes == sizeof(double)) number = std::bit_cast<double>(bits);
+  std::snprintf(text, sizeof text, "0x%0*llx (%.9g)", static_cast<int>(2 * bytes),
+                static_cast<unsigned long long>(bits), number);
+  return text;
+}
+
+std::string testName() {
+  testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
+  return std::string(test->test_suite_name()) + "." + test->name();
+}
+
+// A trap inside a routine ends the program, so the message is kept ready for the signal handler.
+thread_local char callInProgress[1024];
+
+[[maybe_unused]] void reportTrap(int signal) {
+  if (write(STDERR_FILENO, callInProgress, std::strlen(callInProgress)) < 0) std::_Exit(2);
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+[[maybe_unused]] bool const kTrapsAreReported = [] {
+  if (!allocationsAreCounted()) return false;  // sanitizers report traps themselves
+  for (int const signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE}) std::signal(signal, reportTrap);
+  return true;
+}();
+
+}  // namespace
+
+Case::Case(unsigned long number, std::string where, std::string rerun)
+    : random(number), where_(std::move(where)), rerun_(std::move(rerun)) {}
+
+Layout Case::anyLayout(Shape const& shape, std::size_t rowsPerRun) {
+  // Reading beyond the last sample is the likeliest fault, so half of all arrays end at a forbidden page.
+  Placement const placement = random.oneIn(2)   ? Placement::EndsAtForbiddenPage
+                              : random.oneIn(3) ? Placement::Inside
+                                                : Placement::StartsAfterForbiddenPage;
+  bool const inOneBlock = rowsPerRun >= shape.height * shape.bands || random.oneIn(3);
+  return {inOneBlock ? kOneBlock : rowsPerRun, placement, random.oneIn(2), random.between(1, 15)};
+}
+
+void Case::beginCall(char const* routine) {
+  routine_ = routine;
+  std::snprintf(callInProgress, sizeof callInProgress, "\n%s trapped: %s\n  rerun: %s\n", routine, where_.c_str(),
+                rerun_.c_str());
+  modeBefore_ = floatingPointMode();
+  allocationsBefore_ = allocationCount();
+}
+
+void Case::endCall() {
+  if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
+  if (!(floatingPointMode() == modeBefore_)) fail("the call changes the floating-point mode");
+  callInProgress[0] = '\0';
+}
+
+void Case::fail(std::string const& problem) const {
+  ADD_FAILURE() << routine_ << ": " << problem << "\n  " << where_ << "\n  rerun: " << rerun_;
+}
+
+void Case::report(Mismatch const& m) const {
+  std::string const place = m.argument == 0
+                                ? "returned value"
+                                : "argument " + std::to_string(m.argument) + ", band " + std::to_string(m.band) +
+                                      ", row " + std::to_string(m.row) + ", column " + std::to_string(m.column);
+  fail(place + ": got " + hex(m.got, m.sampleBytes) + ", expected " + hex(m.expected, m.sampleBytes) + "; " +
+       std::to_string(m.mismatches) + " of " + std::to_string(m.samples) + " samples differ");
+}
+
+bool Cases::next() {
+  static std::optional<unsigned long> const only = numberFrom("KORVA_CASE");
+  unsigned long const number = numbered_++;
+  // One failing case explains itself; thousands of them hide it.
+  if (only ? *only != number : testing::Test::HasFailure()) return false;
+  ++ran_;
+  return true;
+}
+
+Case Cases::start(std::initializer_list<Parameter> parameters) {
+  static unsigned long const seed = numberFrom("KORVA_SEED").value_or(0);
+  unsigned long const number = numbered_ - 1;
+  std::string where;
+  for (Parameter const& parameter : parameters)
+    where.append(parameter.name).append(" ").append(std::to_string(parameter.value)).append(", ");
+  where += "case " + std::to_string(number);
+  std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_CASE=" + std::to_string(number);
+  static std::string const program = std::filesystem::read_symlink("/proc/self/exe");
+  return Case(number + (seed << 32), where, selection + " " + program + " --gtest_filter=" + testName());
+}
+
+Cases::~Cases() {
+  testing::Test::RecordProperty("cases", std::to_string(ran_));
+  if (numbered_ == 0) ADD_FAILURE() << "no case was run";
+}
+
+}  // namespace korva::test
