@@ -1,0 +1,216 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Short = unsigned short;
+
+constexpr auto kCrop = KORVA_ROUTINE(KORVA_Ref_CG_CropImage_uint16, plain::CG_CropImage_uint16);
+constexpr auto kMosaicBand = KORVA_ROUTINE(KORVA_Ref_CG_SSM_GetBandImage_uint16, plain::CG_SSM_GetBandImage_uint16);
+constexpr auto kTile = KORVA_ROUTINE(KORVA_Ref_CG_SST_GetBandImage_uint16, plain::CG_SST_GetBandImage_uint16);
+constexpr auto kGetStrip =
+    KORVA_ROUTINE(KORVA_Ref_CG_LS_GetBandImageStrip_uint16, plain::CG_LS_GetBandImageStrip_uint16);
+constexpr auto kStitchStrip =
+    KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImageStrip_uint16, plain::CG_LS_StitchBandImageStrip_uint16);
+constexpr auto kStitchFrame =
+    KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImage_uint16, plain::CG_LS_StitchBandImage_uint16);
+constexpr auto kGetSlice =
+    KORVA_ROUTINE(KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16, plain::CG_LS_GetStitchedSlice_BSQ_uint16);
+
+constexpr std::size_t kSeparateRows = 1;
+
+void distinct(std::span<Short> samples, Random& random) {
+  std::iota(samples.begin(), samples.end(), static_cast<Short>(random.bits()));
+}
+
+TEST(SnapshotCube, CropCopiesTheRectangleAndNothingElse) {
+  Cases cases;
+  for (std::size_t const width : everyWidth(1)) {
+    for (int repetition = 0; repetition < 8; ++repetition) {
+      cases.run({{"width", width}}, [&](Case& c) {
+        std::size_t const height = c.random.between(1, 9);
+        std::size_t const left = c.random.below(width), top = c.random.below(height);
+        std::size_t const cropWidth = repetition == 0   ? 0
+                                      : repetition == 1 ? width - left
+                                                        : c.random.below(width - left + 1);
+        std::size_t const cropHeight = c.random.below(height - top + 1);
+        auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
+        // One column and one row more than the rectangle has: they stay as they were.
+        auto out = c.output<Short, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
+        c.compare(kCrop, out, in, width, height, left, top, cropWidth, cropHeight);
+        auto exact = c.output<Short, 2>({cropWidth, cropHeight}, kSeparateRows);
+        c.compare(kCrop, exact, in, width, height, left, top, cropWidth, cropHeight);
+      });
+    }
+  }
+}
+
+TEST(SnapshotCube, MosaicBandTakesOneSampleOfEveryWholeCell) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height, std::size_t cellWidth, std::size_t cellHeight) {
+    cases.run({{"width", width}, {"height", height}, {"mosaicWidth", cellWidth}, {"mosaicHeight", cellHeight}},
+              [&](Case& c) {
+                auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
+                std::size_t const bands = cellWidth * cellHeight;
+                for (std::size_t band = bands > 25 ? c.random.below(bands) : 0; band < bands; ++band) {
+                  auto out = c.output<Short, 2>({width / cellWidth, height / cellHeight}, kSeparateRows);
+                  c.compare(kMosaicBand, out, in, width, height, cellWidth, cellHeight, band);
+                  if (bands > 25) break;
+                }
+              });
+  };
+  for (std::size_t cellWidth = 1; cellWidth <= 8; ++cellWidth)
+    for (std::size_t const width : everyWidth(1)) run(width, 1 + width % 13, cellWidth, 1 + (width + cellWidth) % 5);
+  for (std::size_t const cell : Sizes{3, 4, 5, 16, 70})
+    for (std::size_t height = 1; height <= 21; ++height) run(cell * 37 + height % cell, height, cell, cell % 7 + 1);
+  run(640, 480, 4, 4);
+  run(643, 482, 5, 5);
+}
+
+TEST(SnapshotCube, TileIsCutOutWhole) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height, std::size_t tileWidth, std::size_t tileHeight) {
+    cases.run({{"width", width}, {"height", height}, {"tileWidth", tileWidth}, {"tileHeight", tileHeight}},
+              [&](Case& c) {
+                auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
+                std::size_t const bands = width / tileWidth * (tileHeight == 0 ? 1 : height / tileHeight);
+                for (std::size_t band = 0; band < bands; ++band) {
+                  auto out = c.output<Short, 2>({tileWidth, tileHeight}, kSeparateRows);
+                  c.compare(kTile, out, in, width, height, tileWidth, tileHeight, band);
+                }
+              });
+  };
+  for (std::size_t const width : everyWidth(1))
+    for (std::size_t divisor = 1; divisor <= 5 && divisor <= width; ++divisor)
+      run(width, 4 + width % 5, width / divisor, 1 + divisor % 4);
+  run(10, 6, 3, 0);
+  run(800, 600, 200, 200);
+  run(810, 600, 200, 200);
+}
+
+// A frame sample that tells where it comes from: frame, row, column.
+Short coded(std::size_t frame, std::size_t row, std::size_t column) {
+  return static_cast<Short>(1000 * (frame + 1) + 10 * row + column);
+}
+
+// Three bands of two rows, slice cube of four slots: each slice gathers one strip of the scene from three frames.
+TEST(LineScan, SlicesRiseFromTheBottomSlotAndWrap) {
+  constexpr std::size_t kWidth = 4, kStrip = 2, kFirst = 2, kLast = 4, kBands = 3, kHeight = 8;
+  Short*** ring;
+  Short*** slice;
+  Short** frame;
+  KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, kWidth, kStrip, kBands, kFirst, kLast);
+  ASSERT_EQ(ring[1][0], ring[0][0] + kBands * kStrip * kWidth) << "a plane holds one slot for each band of the range";
+  KORVA_Ref_AllocateArray3D_BSQ_uint16(&slice, kWidth, kHeight, kBands);
+  KORVA_Ref_AllocateArray2D_uint16(&frame, kWidth, 10);
+  for (std::size_t t = 0; t <= 6; ++t) {
+    for (std::size_t row = 0; row < 10; ++row)
+      for (std::size_t column = 0; column < kWidth; ++column) frame[row][column] = coded(t, row, column);
+    KORVA_Ref_CG_LS_StitchBandImage_uint16(ring, frame, kWidth, kStrip, kFirst, kLast, t);
+    if (t < 2) continue;
+    KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(slice, ring, kWidth, kStrip, kHeight, kBands, kFirst, kLast, t);
+    // By frame: the slot of the slice cube that it completes.
+    constexpr std::size_t kTargetSlots[] = {3, 2, 1, 0, 3};
+    std::size_t const x = t - 2;
+    for (std::size_t band = 0; band < kBands; ++band)
+      for (std::size_t row = 0; row < kStrip; ++row)
+        for (std::size_t column = 0; column < kWidth; ++column)
+          ASSERT_EQ(slice[band][kTargetSlots[x] * kStrip + row][column],
+                    coded(x + band, (kFirst + band) * kStrip + row, column))
+              << "frame " << t << ", band " << band << ", row " << row;
+  }
+  KORVA_Ref_FreeArray2D_uint16(frame);
+  KORVA_Ref_FreeArray3D_BSQ_uint16(slice);
+  KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(ring);
+}
+
+TEST(LineScan, StripIsTakenRowByRow) {
+  Cases cases;
+  for (std::size_t const width : everyWidth(1)) {
+    for (std::size_t strip = 0; strip <= 4; ++strip) {
+      cases.run({{"width", width}, {"stripHeight", strip}}, [&](Case& c) {
+        std::size_t const height = 5 * strip + 2;
+        auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
+        auto out = c.output<Short, 2>({width, strip}, kSeparateRows);
+        c.compare(kGetStrip, out, in, width, height, strip, c.random.below(5));
+      });
+    }
+  }
+}
+
+// Frame numbers: the first ones, any, and those around the wrap of 64 bits.
+std::vector<unsigned long> frameNumbers(Random& random) {
+  std::vector<unsigned long> numbers = {random.bits(), random.bits(), 1ul << 63, 1ul << 32};
+  for (unsigned long t = 0; t <= 12; ++t) numbers.insert(numbers.end(), {t, 0ul - 1 - t});
+  return numbers;
+}
+
+TEST(LineScan, RingTakesAndHandsOutEveryFrameNumber) {
+  Cases cases;
+  for (std::size_t n = 1; n <= 7; ++n) {
+    for (std::size_t strip = 1; strip <= 5; ++strip) {
+      for (std::size_t const width : Sizes{1, 2, 3, 7, 16, 33, 70, 257}) {
+        cases.run({{"N", n}, {"stripHeight", strip}, {"width", width}}, [&](Case& c) {
+          std::size_t const first = c.random.below(4), last = first + n - 1;
+          std::size_t const extra = c.random.below(3);
+          std::size_t const height = strip + c.random.below(4 * strip);
+          auto ring = c.inOut<Short, 3>({width, n * strip, n + extra}, n * strip, distinct);
+          for (unsigned long const t : frameNumbers(c.random)) {
+            // The rows of each strip lie back to back; the strips may lie anywhere.
+            auto const frame = c.input<Short, 2>({width, (last + 1) * strip}, strip, distinct);
+            c.compare(kStitchFrame, ring, frame, width, strip, first, last, t);
+            std::size_t const band = c.random.between(first, last), plane = c.random.below(n + extra);
+            auto single = c.input<Short, 2>({width, strip}, kOneBlock, distinct);
+            single.forgetLaterRows();
+            c.compare(kStitchStrip, ring, single, width, strip, first, last, band, plane, t);
+            // Before the ring is full the slot handed out is not defined.
+            if (t < n - 1) continue;
+            std::size_t const bands = c.random.below(n + extra + 1);
+            auto slice = c.output<Short, 3>({width, height, bands + 1}, height);
+            c.compare(kGetSlice, slice, ring, width, strip, height, bands, first, last, t);
+          }
+        });
+      }
+    }
+  }
+}
+
+TEST(LineScan, EmptyRangeStoresNothing) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto ring = c.inOut<Short, 3>({5, 4, 2});
+    auto const frame = c.input<Short, 2>({5, 8});
+    c.compare(kStitchFrame, ring, frame, 5u, 2u, 3u, 2u, 0u);
+  });
+}
+
+TEST(LineScan, BufferThatCannotBeHadStoresNull) {
+  Short*** ring = reinterpret_cast<Short***>(&ring);
+  for (auto const& [strip, bands] : {std::pair{0ul, 2ul}, {2ul, 0ul}, {1ul << 62, 2ul}, {~0ul, 1ul}}) {
+    KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, 4, strip, bands, 1, 3);
+    EXPECT_EQ(ring, nullptr) << strip << ", " << bands;
+    KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(ring);
+  }
+}
+
+TEST(SnapshotCube, WholeSensorFrame) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto const in = c.input<Short, 2>({2048, 1088}, kOneBlock, distinct);
+    auto cropped = c.output<Short, 2>({2042, 1082});
+    c.compare(kCrop, cropped, in, 2048u, 1088u, 3u, 3u, 2042u, 1082u);
+    for (std::size_t const cell : Sizes{4, 5}) {
+      auto out = c.output<Short, 2>({2048 / cell, 1088 / cell});
+      c.compare(kMosaicBand, out, in, 2048u, 1088u, cell, cell, cell * cell - 2);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace korva::test

@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Short = unsigned short;
+
+constexpr auto kPosition = KORVA_ROUTINE(KORVA_Ref_DM_ComputeFilterPosition, plain::DM_ComputeFilterPosition);
+constexpr auto kOffset = KORVA_ROUTINE(KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition,
+                                       plain::DM_ComputeTargetPositionRelativeToFilterPosition);
+constexpr auto kCoefficients =
+    KORVA_ROUTINE(KORVA_Ref_DM_ComputeCoefficientsBilinear, plain::DM_ComputeCoefficientsBilinear);
+constexpr auto kDouble =
+    KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl, plain::DM_ApplyDemosaicingBilinear_dbl);
+constexpr auto kShort =
+    KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16, plain::DM_ApplyDemosaicingBilinear_uint16);
+
+TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
+  Cases cases;
+  for (unsigned mosaicWidth = 1; mosaicWidth <= 9; ++mosaicWidth) {
+    for (unsigned const band : {0u, 1u, 4u, 15u, 80u, 81u, 0xffffffffu}) {
+      cases.run({{"mosaicWidth", mosaicWidth}, {"band", band}}, [&](Case& c) {
+        auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
+        c.compare(kPosition, row, column, mosaicWidth, band);
+        // The row is stored first, so one variable for both ends up with the column.
+        c.compare(kPosition, row, row, mosaicWidth, band);
+      });
+    }
+  }
+}
+
+TEST(MosaicGeometry, OffsetIsTheTargetMinusTheFilter) {
+  Cases cases;
+  for (int repetition = 0; repetition < 200; ++repetition) {
+    cases.run({}, [](Case& c) {
+      auto rowOffset = c.output<double, 1>({1}), columnOffset = c.output<double, 1>({1});
+      auto const target = c.input<double, 1>({2});
+      auto const filterRow = static_cast<unsigned>(c.random.oneIn(5) ? c.random.bits() : c.random.below(6));
+      auto const filterColumn = static_cast<unsigned>(c.random.below(6));
+      c.isMoved = Case::nowhere;
+      c.compare(kOffset, rowOffset, columnOffset, filterRow, filterColumn, target.actualRow(0)[0],
+                target.actualRow(0)[1]);
+    });
+  }
+}
+
+TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
+  Cases cases;
+  for (unsigned cellHeight = 1; cellHeight <= 9; ++cellHeight) {
+    for (unsigned cellWidth = 1; cellWidth <= 9; ++cellWidth) {
+      for (int step = -18; step <= 18; ++step) {
+        cases.run({{"mosaicHeight", cellHeight}, {"mosaicWidth", cellWidth}}, [&](Case& c) {
+          auto weights = c.output<double, 1>({4});
+          double const third = c.random.real(-1.0, 1.0) * cellWidth;
+          c.isMoved = Case::nowhere;
+          c.compare(kCoefficients, weights, cellHeight, cellWidth, step * 0.5, third);
+          c.compare(kCoefficients, weights, cellHeight, cellWidth, third, step * 0.5);
+          c.compare(kCoefficients, weights, cellHeight, cellWidth, -0.0, -static_cast<double>(cellWidth));
+          // The product of the sizes wraps in 32 bits.
+          c.compare(kCoefficients, weights, 65537u, 65537u + cellWidth, step * 0.5, third);
+        });
+      }
+    }
+  }
+}
+
+TEST(MosaicGeometry, WorkedWeights) {
+  double weights[4];
+  auto const are = [&](double w0, double w1, double w2, double w3) {
+    return weights[0] == w0 && weights[1] == w1 && weights[2] == w2 && weights[3] == w3;
+  };
+  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 4, 4, 1.5, -0.5);
+  EXPECT_TRUE(are(0.078125, 0.546875, 0.046875, 0.328125));
+  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 4, 4, -1.5, 1.5);
+  EXPECT_TRUE(are(0.234375, 0.140625, 0.390625, 0.234375));
+  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 5, 7, 0.0, 0.0);
+  EXPECT_TRUE(are(0.9999999999999999, 0.0, 0.0, 0.0));
+  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 7, 5, 0.0, 0.0);
+  EXPECT_TRUE(are(1.0, 0.0, 0.0, 0.0));
+}
+
+// Weights of a cell, pairs that sum to 0, or any doubles.
+void bilinearWeights(std::span<double> samples, Random& random) {
+  switch (random.below(5)) {
+    case 0:
+      return anything(samples, random);
+    case 1: {
+      double const w = random.oneIn(2) ? 0.0 : random.real(-1.0, 1.0);
+      double const pattern[4] = {w, -w, random.oneIn(2) ? -w : 0.0, w};
+      for (std::size_t k = 0; k < 4; ++k) samples[k] = pattern[k];
+      return;
+    }
+    case 2:  // sums beyond the range of the conversion
+      for (double& sample : samples) sample = random.real(-40000.0, 40000.0);
+      return;
+    default:
+      return plain::DM_ComputeCoefficientsBilinear(samples.data(), 4, 5, random.real(-4.0, 4.0),
+                                                   random.real(-5.0, 5.0));
+  }
+}
+
+template <class T, class Weights>
+void checkImage(Routine<void(T*, T const*, unsigned, unsigned, double const*, double, double)> routine, Case& c,
+                std::size_t height, std::size_t width, bool up, bool left, Weights fillWeights) {
+  auto const in = c.input<T, 1>({height * width});
+  auto const weights = c.input<double, 1>({4}, kOneBlock, fillWeights);
+  auto out = c.output<T, 1>({height * width});
+  std::size_t const corner = (up ? 0 : height - 1) * width + (left ? 0 : width - 1);
+  c.isMoved = [=](std::size_t, std::size_t, std::size_t sample) { return sample == corner; };
+  c.compare(routine, out, in, static_cast<unsigned>(height), static_cast<unsigned>(width), weights,
+            up                  ? -0.5
+            : c.random.oneIn(2) ? -0.0
+                                : 0.5,
+            left                ? -1e-300
+            : c.random.oneIn(2) ? -0.0
+                                : 3.0);
+}
+
+template <class T>
+void checkAllSizes(Routine<void(T*, T const*, unsigned, unsigned, double const*, double, double)> routine) {
+  Cases cases;
+  auto const run = [&](std::size_t height, std::size_t width) {
+    for (int signs = 0; signs < 4; ++signs)
+      cases.run({{"height", height}, {"width", width}}, [&](Case& c) {
+        checkImage(routine, c, height, width, (signs & 1) != 0, (signs & 2) != 0, bilinearWeights);
+      });
+  };
+  for (std::size_t const width : everyWidth(1))
+    for (std::size_t height = 1; height <= 7; ++height) run(height, width);
+  for (std::size_t const height : Sizes{33, 70, 257})
+    for (std::size_t const width : Sizes{1, 2, 5, 8, 31, 160}) run(height, width);
+  run(272, 512);
+}
+
+TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(kDouble); }
+TEST(BilinearDemosaicing, CountsOfAllSizes) { checkAllSizes(kShort); }
+
+// Samples of 1 and one weight: every value inside, and every edge value where that weight stands alone, is the weight.
+TEST(BilinearDemosaicing, ValuesAtTheEdgesOfTheConversion) {
+  auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
+  Cases cases;
+  for (double const edge : conversionEdges()) {
+    for (std::size_t which = 0; which < 4; ++which) {
+      cases.run({{"weight", which}}, [&](Case& c) {
+        auto const weight = [&](std::span<double> all, Random&) {
+          std::fill(all.begin(), all.end(), 0.0);
+          all[which] = edge;
+        };
+        auto const in = c.input<Short, 1>({3 * 37}, kOneBlock, ones);
+        auto const weights = c.input<double, 1>({4}, kOneBlock, weight);
+        auto out = c.output<Short, 1>({3 * 37});
+        c.compare(kShort, out, in, 3u, 37u, weights, 0.5, 0.5);
+        checkImage(kShort, c, 3, 37, true, true, weight);
+      });
+    }
+  }
+}
+
+TEST(BilinearDemosaicing, WorkedImage) {
+  double const in[9] = {0, 4, 8, 12, 16, 20, 24, 28, 32}, weights[4] = {0.25, 0.25, 0.25, 0.25};
+  double out[9];
+  KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl(out, in, 3, 3, weights, 0.5, 0.5);
+  EXPECT_EQ((std::vector<double>(out, out + 9)), (std::vector<double>{8, 12, 14, 20, 24, 26, 26, 30, 32}));
+  KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl(out, in, 3, 3, weights, 0.5, -0.5);
+  EXPECT_EQ((std::vector<double>(out, out + 9)), (std::vector<double>{6, 8, 12, 18, 20, 24, 24, 26, 30}));
+  Short const counts[4] = {1, 2, 3, 4};
+  Short rounded[4];
+  KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16(rounded, counts, 2, 2, weights, 0.5, 0.5);
+  EXPECT_EQ((std::vector<Short>(rounded, rounded + 4)), (std::vector<Short>{3, 3, 4, 4}));
+}
+
+}  // namespace
+}  // namespace korva::test

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+constexpr auto kSubtract = KORVA_ROUTINE(KORVA_Ref_Subtract_float, plain::Subtract_float);
+constexpr auto kAdd = KORVA_ROUTINE(KORVA_Ref_Add_float, plain::Add_float);
+constexpr auto kMix = KORVA_ROUTINE(KORVA_Ref_Mix_float, plain::Mix_float);
+constexpr auto kCrop = KORVA_ROUTINE(KORVA_Ref_Crop_float, plain::Crop_float);
+constexpr auto kKernel = KORVA_ROUTINE(KORVA_Ref_ApplyKernel7x7_float, plain::ApplyKernel7x7_float);
+constexpr auto kToYCbCr = KORVA_ROUTINE(KORVA_Ref_RGBToYCbCr_float, plain::RGBToYCbCr_float);
+constexpr auto kToRGB = KORVA_ROUTINE(KORVA_Ref_YCbCrToRGB_float, plain::YCbCrToRGB_float);
+
+constexpr std::size_t kSeparateRows = 1;
+
+// Images as runs: every width at small heights, long runs, and sizes of 0, for which arrays of at least one sample
+// stand in.
+template <class Body>
+void forRuns(Body&& body) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height) {
+    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      body(c, Shape{std::max<std::size_t>(width, 1), std::max<std::size_t>(height, 1)}, width, height);
+    });
+  };
+  for (std::size_t const width : everyWidth(0))
+    for (std::size_t height = 0; height <= 4; ++height) run(width, height);
+  for (std::size_t const width : everyRunLength())
+    if (width > 70) run(width, 1 + width % 3);
+  run(512, 272);
+}
+
+template <class... Weight>
+void checkArithmetic(Routine<void(float**, float**, float**, unsigned long, unsigned long, Weight...)> routine) {
+  forRuns([&](Case& c, Shape shape, std::size_t width, std::size_t height) {
+    constexpr double kWeights[] = {0.0, 0.25, 1.0, 2.0, -1.0, 0.1, 1e300, std::numeric_limits<double>::infinity()};
+    [[maybe_unused]] double const weight = c.random.oneIn(2) ? c.random.real(0.0, 1.0) : c.random.oneOf(kWeights);
+    auto a = c.input<float, 2>(shape), b = c.input<float, 2>(shape);
+    auto out = c.inOut<float, 2>(shape), overA = c.inOut<float, 2>(shape), overB = c.inOut<float, 2>(shape);
+    for (auto* const image : {&a, &b, &out, &overA, &overB}) image->forgetLaterRows();
+    c.compare(routine, out, a, b, width, height, static_cast<Weight>(weight)...);
+    c.compare(routine, overA, overA, b, width, height, static_cast<Weight>(weight)...);
+    c.compare(routine, overB, a, overB, width, height, static_cast<Weight>(weight)...);
+    c.compare(routine, overA, overA, overA, width, height, static_cast<Weight>(weight)...);
+  });
+}
+
+TEST(ImageArithmetic, Difference) { checkArithmetic<>(kSubtract); }
+TEST(ImageArithmetic, Sum) { checkArithmetic<>(kAdd); }
+TEST(ImageArithmetic, Mix) { checkArithmetic<double>(kMix); }
+
+TEST(ImageCrop, MovesRowsWithAllTheirBits) {
+  Cases cases;
+  for (std::size_t const width : everyWidth(1)) {
+    for (int repetition = 0; repetition < 8; ++repetition) {
+      cases.run({{"width", width}}, [&](Case& c) {
+        std::size_t const height = c.random.between(1, 9);
+        std::size_t const left = c.random.below(width), top = c.random.below(height);
+        std::size_t const cropWidth = repetition == 0 ? width - left : c.random.below(width - left + 1);
+        std::size_t const cropHeight = c.random.below(height - top + 1);
+        auto const in = c.input<float, 2>({width, height}, kSeparateRows);
+        auto out = c.output<float, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
+        c.compare(kCrop, out, in, width, height, left, top, cropWidth, cropHeight);
+        auto exact = c.output<float, 2>({cropWidth, cropHeight}, kSeparateRows);
+        c.compare(kCrop, exact, in, width, height, left, top, cropWidth, cropHeight);
+      });
+    }
+  }
+}
+
+// Smoothing kernels, kernels of one weight, kernels whose sums nearly cancel, and any weights.
+void kernels(std::span<double> kernel, Random& random) {
+  switch (random.below(5)) {
+    case 0:
+      return std::fill(kernel.begin(), kernel.end(), 1.0 / 49.0);
+    case 1:
+      std::fill(kernel.begin(), kernel.end(), 0.0);
+      kernel[random.below(49)] = 1.0;
+      return;
+    case 2:
+      for (double& weight : kernel) weight = (random.oneIn(2) ? 1.0 : -1.0) * random.real(1e6, 2e6);
+      return;
+    case 3:
+      return anything(kernel, random);
+    default:
+      return ordinary(kernel, random);
+  }
+}
+
+TEST(Kernel7x7, ImagesOfAllSizes) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height) {
+    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      auto const in = c.input<float, 2>({width, height}, kSeparateRows);
+      auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
+      auto out = c.output<float, 2>({width, height}, kSeparateRows);
+      c.compare(kKernel, out, in, width, height, kernel);
+    });
+  };
+  for (std::size_t const width : everyWidth(1))
+    for (std::size_t height = 1; height <= 17; ++height)
+      if (height >= 6 || width < 8) run(width, height);
+  for (std::size_t const width : Sizes{7, 100, 129, 200, 263, 330, 519})
+    for (std::size_t const height : Sizes{6, 7, 8, 31, 66}) run(width, height);
+  run(512, 272);
+}
+
+// A special sample wanders over the image: only the outputs whose neighbourhood holds it become special.
+TEST(Kernel7x7, SpecialSampleReachesItsNeighbourhoodOnly) {
+  Cases cases;
+  for (std::size_t position = 0; position < 61 * 12; ++position) {
+    cases.run({{"row", position / 61}, {"column", position % 61}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      auto in = c.input<float, 2>({61, 12}, kSeparateRows, ordinary<float>);
+      in.set(position / 61, position % 61, c.random.oneIn(2) ? someNan(c.random) : -INFINITY);
+      auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
+      auto out = c.output<float, 2>({61, 12}, kSeparateRows);
+      c.compare(kKernel, out, in, 61u, 12u, kernel);
+    });
+  }
+}
+
+TEST(Kernel7x7, KernelIsNotFlipped) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto const in = c.input<float, 2>({40, 9}, kSeparateRows, ordinary<float>);
+    auto const first = [](std::span<double> kernel, Random&) { kernel[0] = 1.0; };
+    double kernel[49] = {};
+    first(kernel, c.random);
+    auto out = c.output<float, 2>({40, 9}, kSeparateRows);
+    KORVA_Ref_ApplyKernel7x7_float(out.actual(), in.actual(), 40, 9, kernel);
+    for (std::size_t row = 3; row < 6; ++row)
+      for (std::size_t column = 3; column < 37; ++column)
+        EXPECT_EQ(out.actualRow(row)[column], in.actualRow(row - 3)[column - 3]);
+  });
+}
+
+struct LumaWeights {
+  double kb, kr;
+};
+LumaWeights someLumaWeights(Random& random) {
+  constexpr LumaWeights kWeights[] = {{0.114, 0.299}, {0.0722, 0.2126}, {0.25, 0.25}, {1.0, 0.25},
+                                      {0.25, 1.0},    {0.5, 0.5},       {0.0, 0.0},   {1.0, 1.0}};
+  if (random.oneIn(2)) return random.oneOf(kWeights);
+  return {random.real(0.0, 0.5), random.real(0.0, 0.5)};
+}
+
+TEST(ColourConversion, ThereAndBackInPlace) {
+  forRuns([](Case& c, Shape shape, std::size_t width, std::size_t height) {
+    auto const [kb, kr] = someLumaWeights(c.random);
+    // More planes than are used, each in a place of its own.
+    auto in = c.input<float, 3>({shape.width, shape.height, 4}, shape.height);
+    auto out = c.output<float, 3>({shape.width, shape.height, 4}, shape.height);
+    auto inPlace = c.inOut<float, 3>({shape.width, shape.height, 3}, shape.height);
+    for (auto* const cube : {&in, &out, &inPlace}) cube->forgetLaterRows();
+    c.compare(kToYCbCr, out, in, width, height, kb, kr);
+    c.compare(kToRGB, out, in, width, height, kb, kr);
+    c.compare(kToRGB, inPlace, inPlace, width, height, kb, kr);
+  });
+}
+
+TEST(ColourConversion, WorkedColours) {
+  float planes[6] = {1.0f, 0.0f, 0.0f};
+  float* rows[6];
+  float** images[6];
+  for (int plane = 0; plane < 6; ++plane) {
+    rows[plane] = &planes[plane];
+    images[plane] = &rows[plane];
+  }
+  KORVA_Ref_RGBToYCbCr_float(images + 3, images, 1, 1, 0.25, 0.25);
+  EXPECT_EQ(planes[3], 0.25f);
+  EXPECT_EQ(planes[4], static_cast<float>(-1.0 / 6.0));
+  EXPECT_EQ(planes[5], 0.5f);
+  KORVA_Ref_YCbCrToRGB_float(images, images + 3, 1, 1, 0.25, 0.25);
+  EXPECT_EQ(planes[0], 1.0f);
+  EXPECT_EQ(planes[1], 0x1p-28f);
+  EXPECT_EQ(planes[2], -0x1p-27f);
+}
+
+}  // namespace
+}  // namespace korva::test

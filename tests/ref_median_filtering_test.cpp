@@ -1,0 +1,305 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Short = unsigned short;
+
+constexpr auto k9Short = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_uint16, plain::MF_Median1D_9_uint16);
+constexpr auto k9Float = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_float, plain::MF_Median1D_9_float);
+constexpr auto k25Short = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_uint16, plain::MF_Median1D_25_uint16);
+constexpr auto k25Float = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_float, plain::MF_Median1D_25_float);
+constexpr auto kAnyShort = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_uint16, plain::MF_Median1D_uint16);
+constexpr auto kAnyFloat = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_float, plain::MF_Median1D_float);
+constexpr auto k3x3Short = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_uint16, plain::MF_Median2D_3x3_uint16);
+constexpr auto k3x3Float = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_float, plain::MF_Median2D_3x3_float);
+constexpr auto k5x5Short = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_uint16, plain::MF_Median2D_5x5_uint16);
+constexpr auto k5x5Float = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_float, plain::MF_Median2D_5x5_float);
+
+constexpr std::size_t kSeparateRows = 1;
+
+// The array after the call is compared too: every sample must lie where the list of exchanges leaves it.
+template <class T>
+void checkNetwork(Routine<T(T*)> routine, std::size_t size) {
+  auto const shuffled = [](std::span<T> all, Random& random) {
+    std::iota(all.begin(), all.end(), T{0});
+    for (std::size_t k = all.size(); k > 1; --k) std::swap(all[k - 1], all[random.below(k)]);
+  };
+  auto const zerosAndOnes = [](std::span<T> all, Random& random) {
+    for (T& sample : all) sample = static_cast<T>(random.below(2));
+  };
+  Cases cases;
+  for (int repetition = 0; repetition < 3000; ++repetition) {
+    cases.run({}, [&](Case& c) {
+      auto values = repetition % 3 == 0   ? c.inOut<T, 1>({size}, kOneBlock, shuffled)
+                    : repetition % 3 == 1 ? c.inOut<T, 1>({size}, kOneBlock, zerosAndOnes)
+                                          : c.inOut<T, 1>({size});
+      c.compare(routine, values);
+    });
+  }
+}
+
+TEST(MedianNetworks, NineCounts) { checkNetwork(k9Short, 9); }
+TEST(MedianNetworks, NineFloats) { checkNetwork(k9Float, 9); }
+TEST(MedianNetworks, TwentyFiveCounts) { checkNetwork(k25Short, 25); }
+TEST(MedianNetworks, TwentyFiveFloats) { checkNetwork(k25Float, 25); }
+
+// Every pair of slots takes NaNs and zeros of both signs, over backgrounds where their place in the order shows.
+void checkSlots(Routine<float(float*)> routine, std::size_t size) {
+  Cases cases;
+  for (std::size_t first = 0; first < size; ++first) {
+    for (std::size_t second = 0; second < size; ++second) {
+      for (int kind = 0; kind < 6; ++kind) {
+        cases.run({{"slot", first}, {"slot", second}}, [&](Case& c) {
+          auto const background = [&](std::span<float> all, Random& random) {
+            for (float& sample : all)
+              sample = kind % 2 == 0 ? static_cast<float>(random.real(-1.0, 1.0)) : random.oneIn(3) ? 1.0f : 0.0f;
+            all[first] = kind < 2 ? someNan(random) : -0.0f;
+            all[second] = kind < 4 ? someNan(random) : random.oneIn(2) ? -0.0f : 0.0f;
+          };
+          auto values = c.inOut<float, 1>({size}, kOneBlock, background);
+          c.compare(routine, values);
+        });
+      }
+    }
+  }
+}
+
+TEST(MedianNetworks, NansAndZerosInEverySlotOfNine) { checkSlots(k9Float, 9); }
+TEST(MedianNetworks, NansAndZerosInEverySlotOfTwentyFive) { checkSlots(k25Float, 25); }
+
+// The array that a general median rearranges as it likes: the same samples, parted by the middle one.
+template <class T>
+struct Rearranged {
+  Samples<T, 1>& values;
+  bool ordered;
+  std::vector<T> before = std::vector<T>(values.expectedRow(0), values.expectedRow(0) + values.shape().width);
+
+  T* actual() { return values.actual(); }
+  T* expected() { return values.expected(); }
+  void checkWith(Case& c, std::size_t) {
+    if (!values.slackIsIntact()) c.fail("memory beside the samples is written");
+    std::vector<T> after(values.actualRow(0), values.actualRow(0) + before.size());
+    auto const middle = after.begin() + static_cast<std::ptrdiff_t>(after.size() / 2);
+    if (ordered && std::any_of(after.begin(), middle, [&](T sample) { return sample > *middle; }))
+      c.fail("a sample before the middle is greater");
+    if (ordered && std::any_of(middle, after.end(), [&](T sample) { return sample < *middle; }))
+      c.fail("a sample after the middle is smaller");
+    auto const byBits = [](T const& a, T const& b) { return std::memcmp(&a, &b, sizeof a) < 0; };
+    std::sort(after.begin(), after.end(), byBits);
+    std::sort(before.begin(), before.end(), byBits);
+    if (std::memcmp(after.data(), before.data(), after.size() * sizeof(T)) != 0) c.fail("other samples than before");
+  }
+};
+
+template <class T>
+void checkGeneral(Routine<T(T*, unsigned long)> routine) {
+  std::vector<std::size_t> counts(70);
+  std::iota(counts.begin(), counts.end(), std::size_t{1});
+  counts.insert(counts.end(), {255, 256, 257, 1000, 1001, 5000});
+  Cases cases;
+  for (std::size_t const count : counts) {
+    for (int repetition = 0; repetition < 12; ++repetition) {
+      cases.run({{"count", count}}, [&](Case& c) {
+        auto const withoutNans = [](std::span<T> all, Random& random) {
+          anything(all, random);
+          std::replace_if(
+              all.begin(), all.end(), [](T sample) { return sample != sample; }, T{5});
+        };
+        auto values = c.inOut<T, 1>({count}, kOneBlock, withoutNans);
+        Rearranged<T> rearranged{values, true};
+        c.isMoved = Case::nowhere;  // two infinities average to a NaN
+        c.compare(routine, rearranged, count);
+      });
+    }
+  }
+}
+
+TEST(GeneralMedian, Counts) { checkGeneral(kAnyShort); }
+TEST(GeneralMedian, Floats) { checkGeneral(kAnyFloat); }
+
+TEST(GeneralMedian, KeepsItsSamplesAmongNans) {
+  Cases cases;
+  for (std::size_t count = 1; count <= 70; ++count) {
+    for (int repetition = 0; repetition < 8; ++repetition) {
+      cases.run({{"count", count}}, [&](Case& c) {
+        auto values = c.inOut<float, 1>({count}, kOneBlock, zerosAndNans);
+        Rearranged<float> rearranged{values, false};
+        KORVA_Ref_MF_Median1D_float(rearranged.actual(), count);
+        rearranged.checkWith(c, 1);
+      });
+    }
+  }
+}
+
+TEST(GeneralMedian, WorkedValues) {
+  auto const median = [](std::vector<Short> values) {
+    return KORVA_Ref_MF_Median1D_uint16(values.data(), values.size());
+  };
+  EXPECT_EQ(median({3, 4}), 4);
+  EXPECT_EQ(median({3, 5}), 4);
+  EXPECT_EQ(median({0, 1}), 1);
+  EXPECT_EQ(median({65535, 65535}), 65535);
+  EXPECT_EQ(median({10, 40, 20, 30}), 25);
+  std::vector<float> huge = {3.0e38f, 3.0e38f};
+  EXPECT_EQ(KORVA_Ref_MF_Median1D_float(huge.data(), 2), std::numeric_limits<float>::infinity());
+}
+
+template <class T>
+struct Filter {
+  Routine<void(T**, T**, unsigned long*, unsigned long*)> routine;
+  std::size_t radius;
+};
+
+template <class T>
+struct Filters;
+template <>
+struct Filters<float> {
+  static constexpr Filter<float> kAll[] = {{k3x3Float, 1}, {k5x5Float, 2}};
+};
+template <>
+struct Filters<Short> {
+  static constexpr Filter<Short> kAll[] = {{k3x3Short, 1}, {k5x5Short, 2}};
+};
+
+template <class T, class Fill>
+void checkImage(Filter<T> const& filter, Case& c, std::size_t height, std::size_t width, Fill fill) {
+  auto const extent = [r = filter.radius](std::size_t at, std::size_t size) {
+    return std::min(size - 1, at + r) - (at < r ? 0 : at - r) + 1;
+  };
+  // An odd window moves its middle sample, an even one averages two.
+  c.isMoved = [=](std::size_t, std::size_t row, std::size_t column) {
+    return extent(row, height) * extent(column, width) % 2 == 1;
+  };
+  auto const in = c.input<T, 2>({width, height}, kSeparateRows, fill);
+  auto const sizes = c.input<unsigned long, 1>({2}, kOneBlock, [=](std::span<unsigned long> all, Random&) {
+    all[0] = height;
+    all[1] = width;
+  });
+  auto out = c.output<T, 2>({width, height}, kSeparateRows);
+  c.compare(filter.routine, out, in, sizes.actual(), sizes.actual() + 1);
+}
+
+template <class T>
+class MedianFilter : public testing::Test {};
+using SampleTypes = testing::Types<float, Short>;
+TYPED_TEST_SUITE(MedianFilter, SampleTypes);
+
+TYPED_TEST(MedianFilter, ImagesOfAllSizes) {
+  Cases cases;
+  for (auto const& filter : Filters<TypeParam>::kAll) {
+    auto const run = [&](std::size_t height, std::size_t width) {
+      cases.run({{"height", height}, {"width", width}},
+                [&](Case& c) { checkImage(filter, c, height, width, anything<TypeParam>); });
+    };
+    for (std::size_t const width : everyWidth(2 * filter.radius))
+      for (std::size_t height = 2 * filter.radius; height <= 11; ++height)
+        for (int repetition = 0; repetition < 3; ++repetition) run(height, width);
+    for (std::size_t const width : Sizes{4, 5, 8, 9, 17, 33, 127, 130, 320, 515})
+      for (std::size_t const height : Sizes{16, 17, 40, 67}) run(height, width);
+    run(272, 512);
+  }
+}
+
+template <class Fill>
+void checkFloatFilters(std::size_t repetitions, Fill fill) {
+  Cases cases;
+  for (auto const& filter : Filters<float>::kAll) {
+    for (std::size_t const width : everyWidth(2 * filter.radius)) {
+      for (std::size_t repetition = 0; repetition < repetitions; ++repetition) {
+        cases.run({{"radius", filter.radius}, {"width", width}},
+                  [&](Case& c) { checkImage(filter, c, c.random.between(2 * filter.radius, 13), width, fill); });
+      }
+    }
+  }
+}
+
+TEST(FloatMedianFilter, MixesOfNansAndZerosOfBothSigns) { checkFloatFilters(8, zerosAndNans); }
+TEST(FloatMedianFilter, ZerosOfBothSigns) { checkFloatFilters(8, zerosOfBothSigns); }
+
+// A single special sample wanders along every column of each of the rows, so that it meets every window position and
+// every border of blocks that a filter may work in; all other windows must not notice it.
+TEST(FloatMedianFilter, SingleNanOrNegativeZeroAtEveryColumn) {
+  auto const positive = [](std::span<float> all, Random& random) {
+    for (float& sample : all) sample = static_cast<float>(random.real(0.0, 1.0));
+  };
+  auto const zeros = [](std::span<float> all, Random& random) {
+    for (float& sample : all) sample = random.oneIn(2) ? 0.0f : random.oneIn(2) ? 1.0f : -1.0f;
+  };
+  Cases cases;
+  for (auto const& filter : Filters<float>::kAll) {
+    auto const run = [&](std::size_t height, std::size_t width, std::size_t row, std::size_t column) {
+      cases.run({{"height", height}, {"width", width}, {"row", row}, {"column", column}}, [&](Case& c) {
+        bool const nan = c.random.oneIn(2);
+        checkImage(filter, c, height, width, [&](std::span<float> all, Random& random) {
+          nan ? positive(all, random) : zeros(all, random);
+          all[row * width + column] = nan ? someNan(random) : -0.0f;
+        });
+      });
+    };
+    for (std::size_t const width : Sizes{37, 70})
+      for (std::size_t row = 0; row < 9; ++row)
+        for (std::size_t column = 0; column < width; ++column) run(9, width, row, column);
+    for (std::size_t column = 0; column < 530; ++column) run(5, 530, column % 5, column);
+    // Tall and narrow: the special sample at every row, near the borders of bands of rows.
+    for (std::size_t row = 0; row < 140; ++row) run(140, 19, row, row % 19);
+  }
+}
+
+// Specials in one row only, one column only, or one side only.
+TEST(FloatMedianFilter, SpecialsInOnePartOfTheImage) {
+  Cases cases;
+  for (auto const& filter : Filters<float>::kAll) {
+    for (std::size_t const width : Sizes{8, 40, 71, 200, 300}) {
+      for (int repetition = 0; repetition < 24; ++repetition) {
+        cases.run({{"radius", filter.radius}, {"width", width}}, [&](Case& c) {
+          std::size_t const height = c.random.between(4, 20);
+          checkImage(filter, c, height, width, [&](std::span<float> all, Random& random) {
+            std::size_t const row = random.below(height), column = random.below(width);
+            for (std::size_t k = 0; k < all.size(); ++k) {
+              bool const special = repetition % 3 == 0   ? k / width == row
+                                   : repetition % 3 == 1 ? k % width == column
+                                                         : k % width > column;
+              all[k] = static_cast<float>(random.below(3));
+              if (special && random.oneIn(2)) all[k] = random.oneIn(2) ? -0.0f : someNan(random);
+            }
+          });
+        });
+      }
+    }
+  }
+}
+
+TEST(MedianFilterValues, WorkedImages) {
+  auto const filtered = [](auto filter, auto type, unsigned long size) {
+    using T = decltype(type);
+    std::vector<T> in(size * size), out(size * size);
+    std::iota(in.begin(), in.end(), T{1});
+    std::vector<T*> inRows, outRows;
+    for (unsigned long row = 0; row < size; ++row) {
+      inRows.push_back(&in[row * size]);
+      outRows.push_back(&out[row * size]);
+    }
+    filter(outRows.data(), inRows.data(), &size, &size);
+    return out;
+  };
+  EXPECT_EQ(filtered(KORVA_Ref_MF_Median2D_3x3_uint16, Short{}, 2), (std::vector<Short>{3, 3, 3, 3}));
+  EXPECT_EQ(filtered(KORVA_Ref_MF_Median2D_3x3_float, 0.0f, 3),
+            (std::vector<float>{3.0f, 3.5f, 4.0f, 4.5f, 5.0f, 5.5f, 6.0f, 6.5f, 7.0f}));
+  EXPECT_EQ(filtered(KORVA_Ref_MF_Median2D_5x5_uint16, Short{}, 4),
+            (std::vector<Short>{6, 7, 7, 7, 8, 9, 9, 9, 8, 9, 9, 9, 10, 11, 11, 11}));
+  EXPECT_EQ(filtered(KORVA_Ref_MF_Median2D_5x5_float, 0.0f, 4),
+            (std::vector<float>{6.0f, 6.5f, 6.5f, 7.0f, 8.0f, 8.5f, 8.5f, 9.0f, 8.0f, 8.5f, 8.5f, 9.0f, 10.0f, 10.5f,
+                                10.5f, 11.0f}));
+}
+
+}  // namespace
+}  // namespace korva::test

@@ -1,0 +1,204 @@
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Short = unsigned short;
+
+constexpr auto kBiasFloat = KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_float, plain::RC_CorrectBias_float);
+constexpr auto kBiasShort = KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_uint16, plain::RC_CorrectBias_uint16);
+constexpr auto kCoefficientsFloat =
+    KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_float, plain::RC_ComputeCorrectionCoefficients_float);
+constexpr auto kCoefficientsShort =
+    KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16, plain::RC_ComputeCorrectionCoefficients_uint16);
+constexpr auto kReflectanceFloat =
+    KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_float, plain::RC_ComputeReflectance_float);
+constexpr auto kReflectanceShort =
+    KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_uint16, plain::RC_ComputeReflectance_uint16);
+
+template <class T>
+void checkBias(Routine<void(T*, T const*, T const*, unsigned long)> routine) {
+  Cases cases;
+  for (std::size_t const count : everyRunLength()) {
+    for (int repetition = 0; repetition < 3; ++repetition) {
+      cases.run({{"count", count}}, [&](Case& c) {
+        c.isMoved = Case::nowhere;
+        auto const in = c.input<T, 1>({count}), bias = c.input<T, 1>({count});
+        auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count}), overBias = c.inOut<T, 1>({count});
+        c.compare(routine, out, in, bias, count);
+        c.compare(routine, overIn, overIn, bias, count);
+        c.compare(routine, overBias, in, overBias, count);
+        c.compare(routine, overIn, overIn, overIn, count);
+      });
+    }
+  }
+}
+
+TEST(Reflectance, BiasIsSubtractedInFloat) { checkBias(kBiasFloat); }
+TEST(Reflectance, BiasSubtractionOfCountsStopsAtZero) { checkBias(kBiasShort); }
+
+double someFactor(Random& random) {
+  constexpr double kFactors[] = {1.0, 0.5, 2.0, 0.1, 0.99, 1e-300, 1e300, -1.0, 0.0, DBL_MAX};
+  return random.oneIn(2) ? random.oneOf(kFactors) : random.real(0.0, 4.0);
+}
+
+// A sample of the array, so that the marking rules apply to some pixels, or any other value.
+template <class T>
+T valueFrom(Samples<T, 1> const& samples, Random& random) {
+  T value;
+  anything(std::span<T>(&value, 1), random);
+  std::size_t const count = samples.shape().width;
+  return count == 0 || random.oneIn(3) ? value : samples.actualRow(0)[random.below(count)];
+}
+
+template <class T>
+void checkCoefficients(Routine<void(double*, T const*, unsigned long, double, double, T)> routine) {
+  Cases cases;
+  for (std::size_t const count : everyRunLength()) {
+    for (int repetition = 0; repetition < 3; ++repetition) {
+      cases.run({{"count", count}}, [&](Case& c) {
+        c.isMoved = Case::nowhere;
+        auto const white = c.input<T, 1>({count});
+        auto out = c.output<double, 1>({count});
+        c.compare(routine, out, white, count, someFactor(c.random), someFactor(c.random), valueFrom(white, c.random));
+      });
+    }
+  }
+}
+
+TEST(Reflectance, CoefficientsFromFloatWhite) { checkCoefficients(kCoefficientsFloat); }
+TEST(Reflectance, CoefficientsFromWhiteCounts) { checkCoefficients(kCoefficientsShort); }
+
+// Coefficients as a white reference gives them, marked ones among them, or any doubles.
+void coefficients(std::span<double> samples, Random& random) {
+  if (random.oneIn(3))
+    anything(samples, random);
+  else
+    for (double& sample : samples) sample = random.real(0.0, 1.0) / 2048.0;
+  for (double& sample : samples)
+    if (random.oneIn(6)) sample = random.oneIn(4) ? std::nextafter(DBL_MAX, 0.0) : DBL_MAX;
+}
+
+double someDivisor(Random& random) {
+  constexpr double kDivisors[] = {1.0, 2.0, 3.0, 0.1, 7.0, 1e-3, 0.0};
+  return random.oneIn(2) ? random.oneOf(kDivisors) : random.real(0.1, 10.0);
+}
+
+// Only the form for counts takes the value that stands for reflectance 1.
+template <class T, class... FullScale, class Function>
+void checkReflectance(Routine<Function> routine) {
+  Cases cases;
+  for (std::size_t const count : everyRunLength()) {
+    for (int repetition = 0; repetition < 6; ++repetition) {
+      cases.run({{"count", count}}, [&](Case& c) {
+        c.isMoved = Case::nowhere;
+        auto const in = c.input<T, 1>({count});
+        auto const coefficient = c.input<double, 1>({count}, kOneBlock, coefficients);
+        auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count});
+        double const divisor = someDivisor(c.random);
+        T const flag = valueFrom(in, c.random);
+        T const limit = c.random.oneIn(2) ? static_cast<T>(65535) : valueFrom(in, c.random);
+        constexpr Short kFullScales[] = {10000, 65535, 1, 10, 0, 4095};
+        [[maybe_unused]] Short const fullScale = c.random.oneOf(kFullScales);
+        c.compare(routine, out, in, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag, limit);
+        c.compare(routine, overIn, overIn, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag,
+                  limit);
+      });
+    }
+  }
+}
+
+TEST(Reflectance, FloatFollowsTheRulesInOrder) { checkReflectance<float>(kReflectanceFloat); }
+TEST(Reflectance, CountsFollowTheRulesInOrder) { checkReflectance<Short, Short>(kReflectanceShort); }
+
+// r = 1 * coefficient * 1, so each coefficient is a reflectance at an edge of the conversion. Above 1 it is limited,
+// below 0 it wraps as the conversion says.
+TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
+  Cases cases;
+  for (unsigned const fullScale : {1u, 2u, 5u, 10u, 10000u, 65535u}) {
+    cases.run({{"fullScale", fullScale}}, [&](Case& c) {
+      std::vector<double> edges;
+      for (double const edge : conversionEdges()) edges.insert(edges.end(), {edge, edge / fullScale});
+      auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
+      auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
+      auto const coefficient = c.input<double, 1>({edges.size()}, kOneBlock, fill);
+      auto const in = c.input<Short, 1>({edges.size()}, kOneBlock, ones);
+      auto out = c.output<Short, 1>({edges.size()});
+      c.compare(kReflectanceShort, out, in, coefficient, edges.size(), 1.0, static_cast<Short>(fullScale), Short{65535},
+                Short{65535});
+    });
+  }
+}
+
+TEST(Reflectance, WorkedValues) {
+  double coefficient[2];
+  Short const white[2] = {4096, 0};
+  KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16(coefficient, white, 2, 0.5, 2.0, 65535);
+  EXPECT_EQ(coefficient[0], 0.000244140625);
+  EXPECT_EQ(coefficient[1], DBL_MAX);
+
+  Short const in[5] = {1024, 5000, 0, 65535, 7};
+  double const same[5] = {coefficient[0], coefficient[0], coefficient[0], coefficient[0], DBL_MAX};
+  Short out[5];
+  KORVA_Ref_RC_ComputeReflectance_uint16(out, in, same, 5, 1.0, 10000, 65535, 65535);
+  EXPECT_EQ((std::vector<Short>(out, out + 5)), (std::vector<Short>{2500, 10000, 0, 65535, 65535}));
+  KORVA_Ref_RC_ComputeReflectance_uint16(out, in, same, 5, 2.0, 10000, 65534, 4000);
+  EXPECT_EQ((std::vector<Short>(out, out + 5)), (std::vector<Short>{1250, 4000, 0, 4000, 65534}));
+
+  float const values[3] = {1024.0f, 8192.0f, 70000.0f};
+  float results[3];
+  KORVA_Ref_RC_ComputeReflectance_float(results, values, same, 3, 1.0, 65535.0f, 65535.0f);
+  EXPECT_EQ((std::vector<float>(results, results + 3)), (std::vector<float>{0.25f, 2.0f, 65535.0f}));
+}
+
+TEST(Reflectance, OverloadsForwardToTheirSampleType) {
+  float floats[2] = {100.0f, 50.0f};
+  float const floatBias[2] = {120.0f, 20.0f};
+  KORVA_Ref_RC_CorrectBias(floats, floats, floatBias, 2);
+  EXPECT_EQ(floats[0], -20.0f);
+  Short shorts[2] = {100, 50};
+  Short const shortBias[2] = {120, 20};
+  KORVA_Ref_RC_CorrectBias(shorts, shorts, shortBias, 2);
+  EXPECT_EQ(shorts[0], 0);
+  EXPECT_EQ(shorts[1], 30);
+
+  double coefficient[2];
+  float const floatWhite[2] = {-3.0f, 8.0f};
+  KORVA_Ref_RC_ComputeCorrectionCoefficients(coefficient, floatWhite, 2, 3.0, 2.0, 9.0f);
+  EXPECT_EQ(coefficient[0], DBL_MAX);
+  EXPECT_EQ(coefficient[1], 0.75);
+  Short const shortWhite[2] = {9, 8};
+  KORVA_Ref_RC_ComputeCorrectionCoefficients(coefficient, shortWhite, 2, 3.0, 2.0, Short{9});
+  EXPECT_EQ(coefficient[0], DBL_MAX);
+  EXPECT_EQ(coefficient[1], 0.75);
+
+  float const samples[2] = {5.0f, 0.5f};
+  KORVA_Ref_RC_ComputeReflectance(floats, samples, coefficient, 2, 0.5, 7.0f, 6.0f);
+  EXPECT_EQ(floats[0], 7.0f);
+  EXPECT_EQ(floats[1], 0.75f);
+  Short const counts[2] = {5, 1};
+  KORVA_Ref_RC_ComputeReflectance(shorts, counts, coefficient, 2, 3.0, Short{10}, Short{7}, Short{6});
+  EXPECT_EQ(shorts[0], 7);
+  EXPECT_EQ(shorts[1], 3);
+}
+
+TEST(Reflectance, WholeSensorFrame) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    constexpr unsigned long kCount = 2048ul * 1088ul;
+    auto const in = c.input<Short, 1>({kCount});
+    auto const coefficient = c.input<double, 1>({kCount}, kOneBlock, coefficients);
+    auto out = c.output<Short, 1>({kCount});
+    c.compare(kReflectanceShort, out, in, coefficient, kCount, 2.0, Short{10000}, Short{0}, Short{65000});
+  });
+}
+
+}  // namespace
+}  // namespace korva::test

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Band = Routine<void(float**, float**, unsigned long, unsigned long)>;
+
+constexpr Band kBandR = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_R_float, plain::RGBX_ComputeBand_R_float);
+constexpr Band kBandG = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_G_float, plain::RGBX_ComputeBand_G_float);
+constexpr Band kBandB = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_B_float, plain::RGBX_ComputeBand_B_float);
+constexpr Band kBandX = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_X_float, plain::RGBX_ComputeBand_X_float);
+constexpr auto kFrame = KORVA_ROUTINE(KORVA_Ref_RGBX_DemosaicFrame_float, plain::RGBX_DemosaicFrame_float);
+
+constexpr std::size_t kSeparateRows = 1;
+
+// The filter of a pixel, from the tile as it is printed.
+char filterAt(std::size_t row, std::size_t column) {
+  constexpr char const* kTile[4] = {"XGXG", "GBGR", "XGXG", "GRGB"};
+  return kTile[row % 4][column % 4];
+}
+
+void checkBand(Band band, char filter, std::size_t leastWidth, std::size_t step, std::size_t leastHeight) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height) {
+    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+      c.isMoved = [=](std::size_t, std::size_t row, std::size_t column) { return filterAt(row, column) == filter; };
+      auto const in = c.input<float, 2>({width, height}, kSeparateRows);
+      auto out = c.output<float, 2>({width, height}, kSeparateRows);
+      c.compare(band, out, in, width, height);
+      auto inPlace = c.inOut<float, 2>({width, height}, kSeparateRows);
+      c.compare(band, inPlace, inPlace, width, height);
+    });
+  };
+  for (std::size_t const width : everyWidth(leastWidth, step))
+    for (std::size_t height = leastHeight; height <= 23; ++height) run(width, height);
+  for (std::size_t const width : Sizes{72, 100, 128, 132, 260, 520})
+    for (std::size_t const height : Sizes{40, 65}) run(width, height);
+  run(512, 272);
+}
+
+TEST(RgbxBands, Red) { checkBand(kBandR, 'R', 8, 4, 2); }
+TEST(RgbxBands, Green) { checkBand(kBandG, 'G', 2, 2, 1); }
+TEST(RgbxBands, Blue) { checkBand(kBandB, 'B', 8, 4, 2); }
+TEST(RgbxBands, FourthBand) { checkBand(kBandX, 'X', 2, 1, 2); }
+
+// One bright R pixel spreads by halves and quarters, and into no other band.
+TEST(RgbxBands, SpreadOfOnePixel) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto const dark = [](std::span<float> all, Random&) { std::fill(all.begin(), all.end(), 0.0f); };
+    auto frame = c.input<float, 2>({16, 16}, kSeparateRows, dark);
+    ASSERT_EQ(filterAt(7, 5), 'R');
+    frame.set(7, 5, 8.0f);
+    auto red = c.inOut<float, 2>({16, 16}, kSeparateRows, dark);
+    KORVA_Ref_RGBX_ComputeBand_R_float(red.actual(), frame.actual(), 16, 16);
+    // Rows 2 to 12 and columns 0 to 10, centred on the pixel.
+    constexpr int kSpread[5][5] = {{0, 0, 1, 0, 0}, {0, 4, 5, 4, 0}, {1, 5, 8, 5, 1}, {0, 4, 5, 4, 0}, {0, 0, 1, 0, 0}};
+    for (std::size_t row = 6; row <= 8; ++row)
+      for (std::size_t column = 4; column <= 6; ++column)
+        EXPECT_EQ(red.actualRow(row)[column], static_cast<float>(kSpread[row - 5][column - 3]))
+            << row << ", " << column;
+    for (auto const& [row, column] : {std::pair{7u, 3u}, {7u, 7u}, {5u, 5u}, {9u, 5u}})
+      EXPECT_EQ(red.actualRow(row)[column], 2.0f) << row << ", " << column;
+    for (auto const& [row, column] : {std::pair{7u, 2u}, {7u, 8u}, {5u, 4u}, {4u, 5u}})
+      EXPECT_EQ(red.actualRow(row)[column], 1.0f) << row << ", " << column;
+    for (Band const& band : {kBandG, kBandB, kBandX}) {
+      auto other = c.inOut<float, 2>({16, 16}, kSeparateRows, dark);
+      band.library(other.actual(), frame.actual(), 16, 16);
+      for (std::size_t row = 0; row < 16; ++row)
+        for (std::size_t column = 0; column < 16; ++column) EXPECT_EQ(other.actualRow(row)[column], 0.0f) << band.name;
+    }
+  });
+}
+
+// The scratch image is compared as well: where no band writes, it keeps what it held.
+TEST(RgbxFrame, BandsAndScratchForEverySize) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height) {
+    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      auto const frame = c.input<float, 2>({width, height}, kSeparateRows);
+      auto scratch = c.inOut<float, 2>({width, height}, kSeparateRows);
+      auto out = c.output<float, 3>({width - 6, height - 6, 4}, kSeparateRows);
+      c.compare(kFrame, out, scratch, frame, width, height);
+    });
+  };
+  for (std::size_t width = 8; width <= 72; width += 4)
+    for (std::size_t height = 6; height <= 23; ++height)
+      for (int repetition = 0; repetition < 3; ++repetition) run(width, height);
+  for (std::size_t const width : Sizes{100, 128, 132, 260, 520})
+    for (std::size_t const height : Sizes{40, 41, 65, 66}) run(width, height);
+  run(512, 272);
+}
+
+// Samples keep their bits on the way through band, scratch and crop.
+TEST(RgbxFrame, OwnSamplesOfEachBandAreMoved) {
+  Cases cases;
+  for (int repetition = 0; repetition < 20; ++repetition) {
+    cases.run({}, [](Case& c) {
+      c.isMoved = [](std::size_t band, std::size_t row, std::size_t column) {
+        return filterAt(row + 3, column + 3) == "RGBX"[band];
+      };
+      auto const frame = c.input<float, 2>({24, 17}, kSeparateRows, zerosAndNans);
+      auto scratch = c.inOut<float, 2>({24, 17}, kSeparateRows, ordinary<float>);
+      auto out = c.output<float, 3>({18, 11, 4}, kSeparateRows);
+      KORVA_Ref_RGBX_DemosaicFrame_float(out.actual(), scratch.actual(), frame.actual(), 24, 17);
+      plain::RGBX_DemosaicFrame_float(out.expected(), scratch.expected(), frame.actual(), 24, 17);
+      c.check(1, out);
+    });
+  }
+}
+
+TEST(RgbxFrame, SlopeIsReproducedInEveryBand) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto const slope = [](std::span<float> all, Random&) {
+      for (std::size_t k = 0; k < all.size(); ++k) all[k] = static_cast<float>(10 * (k / 12) + k % 12);
+    };
+    auto const frame = c.input<float, 2>({12, 9}, kSeparateRows, slope);
+    auto scratch = c.inOut<float, 2>({12, 9}, kSeparateRows);
+    auto out = c.output<float, 3>({6, 3, 4}, kSeparateRows);
+    KORVA_Ref_RGBX_DemosaicFrame_float(out.actual(), scratch.actual(), frame.actual(), 12, 9);
+    for (std::size_t row = 0; row < 3 * 4; ++row)
+      for (std::size_t column = 0; column < 6; ++column)
+        EXPECT_EQ(out.actualRow(row)[column], static_cast<float>(10 * (row % 3 + 3) + column + 3));
+  });
+}
+
+}  // namespace
+}  // namespace korva::test

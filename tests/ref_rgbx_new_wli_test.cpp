@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+constexpr auto kNewWli = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeNewWLI_float, plain::RGBX_ComputeNewWLI_float);
+
+// Working buffers with any contents from before; after the call every sample is compared, margins included.
+class WorkingBuffers {
+ public:
+  WorkingBuffers(Case& c, std::size_t width, std::size_t height)
+      : xResidual_(c.inOut<float, 2>({width, height})),
+        yFiltered_(c.inOut<float, 2>({width, height})),
+        yResidual_(c.inOut<float, 2>({width, height})),
+        yccImage_(c.inOut<float, 3>({width, height, 3})) {}
+
+  NewWLIBuffers actual() const {
+    return {xResidual_.actual(), yFiltered_.actual(), yResidual_.actual(), yccImage_.actual()};
+  }
+  NewWLIBuffers expected() const {
+    return {xResidual_.expected(), yFiltered_.expected(), yResidual_.expected(), yccImage_.expected()};
+  }
+  void checkWith(Case& c, std::size_t position) {
+    c.check(position, xResidual_);
+    c.check(position, yFiltered_);
+    c.check(position, yResidual_);
+    c.check(position, yccImage_);
+  }
+
+ private:
+  Samples<float, 2> xResidual_, yFiltered_, yResidual_;
+  Samples<float, 3> yccImage_;
+};
+
+void smoothing(std::span<double> kernel, Random& random) {
+  for (double& weight : kernel) weight = random.real(0.0, 2.0 / 49.0);
+}
+
+TEST(NewWli, EqualsItsStepsForEverySize) {
+  Cases cases;
+  auto const run = [&](std::size_t width, std::size_t height) {
+    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      bool const plainValues = c.random.oneIn(2);
+      auto const samples = plainValues ? ordinary<float> : anything<float>;
+      auto const in = c.input<float, 3>({width, height, 4}, height, samples);
+      auto const kernel = c.input<double, 1>({49}, kOneBlock, plainValues ? smoothing : anything<double>);
+      WorkingBuffers buffers(c, width, height);
+      auto out = c.output<float, 3>({width - 6, height - 6, 3}, 1);
+      constexpr double kWeights[] = {0.0, 0.5, 1.0, 2.0, -0.25};
+      double const weight = c.random.oneIn(2) ? c.random.oneOf(kWeights) : c.random.unit();
+      double const kb = c.random.oneIn(2) ? 0.114 : c.random.real(0.0, 0.5), kr = c.random.real(0.0, 0.5);
+      c.compare(kNewWli, out, in, width, height, kernel, buffers, kb, kr, weight);
+    });
+  };
+  for (std::size_t width = 6; width <= 70; ++width)
+    for (std::size_t height = 6; height <= 13; ++height) run(width, height);
+  for (std::size_t const width : Sizes{6, 7, 100, 129, 263, 519})
+    for (std::size_t const height : Sizes{6, 7, 31, 66}) run(width, height);
+  run(512, 272);
+}
+
+TEST(NewWli, CallsOnTheSameBuffersAreIndependent) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    c.isMoved = Case::nowhere;
+    auto const in = c.input<float, 3>({41, 19, 4}, 19, ordinary<float>);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
+    WorkingBuffers buffers(c, 41, 19);
+    auto first = c.output<float, 3>({35, 13, 3}, 1), second = c.output<float, 3>({35, 13, 3}, 1);
+    c.compare(kNewWli, first, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
+    c.compare(kNewWli, second, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
+    for (std::size_t row = 0; row < second.rows(); ++row)
+      EXPECT_EQ(std::memcmp(first.actualRow(row), second.actualRow(row), 35 * sizeof(float)), 0) << row;
+  });
+}
+
+TEST(NewWli, FourthBandHasNoShareAtWeightOne) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto in = c.input<float, 3>({20, 15, 4}, kOneBlock, ordinary<float>);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
+    WorkingBuffers buffers(c, 20, 15);
+    auto before = c.output<float, 3>({14, 9, 3}), after = c.output<float, 3>({14, 9, 3});
+    KORVA_Ref_RGBX_ComputeNewWLI_float(before.actual(), in.actual(), 20, 15, kernel.actual(), buffers.actual(), 0.1,
+                                       0.3, 1.0);
+    for (std::size_t row = 3 * 15; row < 4 * 15; ++row) in.set(row, row % 20, 0.75f);
+    KORVA_Ref_RGBX_ComputeNewWLI_float(after.actual(), in.actual(), 20, 15, kernel.actual(), buffers.actual(), 0.1, 0.3,
+                                       1.0);
+    for (std::size_t row = 0; row < after.rows(); ++row)
+      for (std::size_t column = 0; column < 14; ++column)
+        EXPECT_EQ(after.actualRow(row)[column], before.actualRow(row)[column]);
+  });
+}
+
+TEST(NewWliBuffers, AreFourArraysOfTheImageSize) {
+  // Sample block and row table three times, then band table, row table and sample block.
+  std::vector<std::size_t> const expected = {252, 56, 252, 56, 252, 56, 24, 168, 756};
+  long const live = liveAllocationCount();
+  NewWLIBuffers buffers;
+  failNoAllocation();
+  KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers, 9, 7);
+  auto const sizes = requestedSizes();
+  EXPECT_TRUE(!allocationsAreCounted() || std::equal(sizes.begin(), sizes.end(), expected.begin(), expected.end()));
+  for (float** const image : {buffers.xResidual, buffers.yFiltered, buffers.yResidual})
+    EXPECT_EQ(image[6], image[0] + 6 * 9);
+  EXPECT_EQ(buffers.yccImage[2][6], buffers.yccImage[0][0] + (2 * 7 + 6) * 9);
+  KORVA_Ref_RGBX_FreeNewWLIBuffers_float(buffers);
+  EXPECT_EQ(liveAllocationCount(), live);
+}
+
+TEST(NewWliBuffers, CanBeFreedAfterAnyFailedAllocation) {
+  long const live = liveAllocationCount();
+  NewWLIBuffers buffers;
+  for (long ordinal = 1; allocationsAreCounted() && ordinal <= 9; ++ordinal) {
+    failAllocation(ordinal);
+    KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers, 9, 7);
+    failNoAllocation();
+    EXPECT_TRUE(!buffers.xResidual || !buffers.yFiltered || !buffers.yResidual || !buffers.yccImage) << ordinal;
+    KORVA_Ref_RGBX_FreeNewWLIBuffers_float(buffers);
+    EXPECT_EQ(liveAllocationCount(), live);
+  }
+  for (auto const& [width, height] : {std::pair{9ul, 0ul}, {1ul << 63, 2ul}, {~0ul, ~0ul}, {1ul << 61, 4ul}}) {
+    KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers, width, height);
+    EXPECT_EQ(buffers.yccImage, nullptr);
+    KORVA_Ref_RGBX_FreeNewWLIBuffers_float(buffers);
+    EXPECT_EQ(liveAllocationCount(), live);
+  }
+}
+
+}  // namespace
+}  // namespace korva::test

@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "support/cases.h"
+#include "support/plain_definitions.h"
+
+namespace korva::test {
+namespace {
+
+using Short = unsigned short;
+
+template <class T>
+struct Routines;
+
+template <>
+struct Routines<float> {
+  static constexpr auto kSpectrum =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_float, plain::SC_ApplySpectralCorrection_float);
+  static constexpr auto kRun =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BIP_float, plain::SC_ApplySpectralCorrection_BIP_float);
+  static constexpr auto kCube =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float, plain::SC_ApplySpectralCorrection_BSQ_float);
+};
+
+template <>
+struct Routines<Short> {
+  static constexpr auto kSpectrum =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_uint16, plain::SC_ApplySpectralCorrection_uint16);
+  static constexpr auto kRun =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16, plain::SC_ApplySpectralCorrection_BIP_uint16);
+  static constexpr auto kCube =
+      KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16, plain::SC_ApplySpectralCorrection_BSQ_uint16);
+};
+
+constexpr std::size_t kSeparateRows = 1;
+
+template <class T>
+class SpectralCorrection : public testing::Test {};
+using SampleTypes = testing::Types<float, Short>;
+TYPED_TEST_SUITE(SpectralCorrection, SampleTypes);
+
+// Weights of a correction matrix: ordinary ones, or any.
+void weights(std::span<double> samples, Random& random) {
+  if (random.oneIn(3)) return anything(samples, random);
+  double const scale = random.oneIn(3) ? 400.0 : 1.0;
+  for (double& sample : samples) sample = random.real(-0.5, 1.0) * scale;
+}
+
+template <class T>
+void checkCube(Case& c, unsigned outBands, unsigned inBands, unsigned samples) {
+  c.isMoved = Case::nowhere;
+  // Now and then planes of several rows, of which the later row pointers are not there.
+  std::size_t const height = samples % 2 == 0 && samples > 0 && c.random.oneIn(2) ? 2 : 1;
+  std::size_t const width = samples / height;
+  auto in = c.input<T, 3>({width, height, inBands}, height);
+  auto const matrix = c.input<double, 2>({inBands, outBands}, kSeparateRows, weights);
+  auto out = c.output<T, 3>({width, height, outBands + 1}, height);
+  auto scratch = c.inOut<double, 1>({samples});
+  in.forgetLaterRows();
+  out.forgetLaterRows();
+  c.compare(Routines<T>::kCube, out, scratch, in, matrix, outBands, inBands, samples);
+}
+
+template <class T>
+void checkRun(Case& c, unsigned outBands, unsigned inBands, unsigned pixels) {
+  c.isMoved = Case::nowhere;
+  auto const in = c.input<T, 1>({std::size_t{pixels} * inBands});
+  auto const matrix = c.input<double, 2>({inBands, outBands}, kSeparateRows, weights);
+  auto out = c.output<T, 1>({std::size_t{pixels} * outBands});
+  c.compare(Routines<T>::kRun, out, in, matrix, outBands, inBands, pixels);
+  if (pixels == 0) return;
+  auto const pixel = c.input<T, 1>({inBands});
+  auto spectrum = c.output<T, 1>({outBands});
+  c.compare(Routines<T>::kSpectrum, spectrum, pixel, matrix, outBands, inBands);
+}
+
+// Both layouts over counts of bands that meet the edges of register tiles, and runs of every length.
+template <class Body>
+void forBandsAndRuns(Body&& body) {
+  Cases cases;
+  auto const run = [&](std::size_t outBands, std::size_t inBands, std::size_t samples) {
+    cases.run({{"outBands", outBands}, {"inBands", inBands}, {"samples", samples}}, [&](Case& c) {
+      body(c, static_cast<unsigned>(outBands), static_cast<unsigned>(inBands), static_cast<unsigned>(samples));
+    });
+  };
+  for (std::size_t outBands = 0; outBands <= 9; ++outBands)
+    for (std::size_t inBands = 0; inBands <= 9; ++inBands)
+      for (std::size_t const samples : Sizes{0, 1, 2, 3, 7, 8, 9, 17, 40}) run(outBands, inBands, samples);
+  for (std::size_t const samples : everyRunLength()) {
+    for (auto const& [outBands, inBands] : {std::pair{1, 2}, {3, 16}, {5, 3}, {16, 16}})
+      if (samples <= 600 || outBands <= 3)
+        run(static_cast<std::size_t>(outBands), static_cast<std::size_t>(inBands), samples);
+  }
+  for (std::size_t const inBands :
+       Sizes{15, 16, 17, 25, 31, 32, 33, 63, 64, 65, 100, 127, 128, 129, 150, 256, 257, 300})
+    for (std::size_t const outBands : Sizes{1, 4, 6}) run(outBands, inBands, 61 + inBands % 7);
+  run(25, 25, 130);
+  run(100, 150, 67);
+  run(150, 150, 19);
+}
+
+TYPED_TEST(SpectralCorrection, CubesOfAllSizes) { forBandsAndRuns(checkCube<TypeParam>); }
+TYPED_TEST(SpectralCorrection, PixelRunsOfAllSizes) { forBandsAndRuns(checkRun<TypeParam>); }
+
+// One input band of ones: each weight is a sum, at every position of the vectors that convert it.
+TYPED_TEST(SpectralCorrection, SumsAtTheEdgesOfTheConversion) {
+  std::span<double const> const edges = conversionEdges();
+  auto const ones = [](std::span<TypeParam> all, Random&) { std::fill(all.begin(), all.end(), TypeParam{1}); };
+  auto const fillEdges = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
+  auto const outBands = static_cast<unsigned>(edges.size());
+  Cases cases;
+  for (unsigned samples = 1; samples <= 40; ++samples) {
+    cases.run({{"samples", samples}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      auto const matrix = c.input<double, 2>({1, outBands}, kSeparateRows, fillEdges);
+      auto const in = c.input<TypeParam, 3>({samples, 1, 1}, kOneBlock, ones);
+      auto out = c.output<TypeParam, 3>({samples, 1, outBands}, 1);
+      auto scratch = c.output<double, 1>({samples});
+      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, outBands, 1u, samples);
+      auto const pixels = c.input<TypeParam, 1>({samples}, kOneBlock, ones);
+      auto spectra = c.output<TypeParam, 1>({samples * outBands});
+      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, outBands, 1u, samples);
+      auto spectrum = c.output<TypeParam, 1>({outBands});
+      c.compare(Routines<TypeParam>::kSpectrum, spectrum, pixels, matrix, outBands, 1u);
+    });
+  }
+}
+
+// Weights that cancel except for their rounding: any other order, or a fused product, gives other bits.
+TYPED_TEST(SpectralCorrection, OrderAndRoundingOfTheSumShow) {
+  Cases cases;
+  for (unsigned inBands = 2; inBands <= 40; ++inBands) {
+    cases.run({{"inBands", inBands}}, [&](Case& c) {
+      c.isMoved = Case::nowhere;
+      auto const cancelling = [](std::span<double> all, Random& random) {
+        for (double& weight : all) weight = (random.oneIn(2) ? -1.0 : 1.0) * (1e12 / 3.0 + random.unit());
+      };
+      auto const near = [](std::span<TypeParam> all, Random& random) {
+        for (TypeParam& sample : all) sample = static_cast<TypeParam>(3 + random.below(2));
+      };
+      auto const matrix = c.input<double, 2>({inBands, 6}, kSeparateRows, cancelling);
+      auto const in = c.input<TypeParam, 3>({37, 1, inBands}, 1, near);
+      auto out = c.output<TypeParam, 3>({37, 1, 6}, 1);
+      auto scratch = c.output<double, 1>({37});
+      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, 6u, inBands, 37u);
+      auto const pixels = c.input<TypeParam, 1>({37 * inBands}, kOneBlock, near);
+      auto spectra = c.output<TypeParam, 1>({37 * 6});
+      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, 6u, inBands, 37u);
+    });
+  }
+}
+
+TEST(SpectralCorrectionValues, OnlyCubesClampAndNothingSaturates) {
+  double const weight[4] = {-1.0, 0.5, 2.0, -0.25};
+  double const* const matrix[4] = {&weight[0], &weight[1], &weight[2], &weight[3]};
+  Short const two = 2, three = 3, large = 40000, one = 1;
+  Short result[4];
+  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &two, matrix, 1, 1);
+  EXPECT_EQ(result[0], 65535);
+  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &three, matrix, 2, 1);
+  EXPECT_EQ(result[1], 2);
+  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &large, matrix, 3, 1);
+  EXPECT_EQ(result[2], 14464);
+  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &one, matrix, 4, 1);
+  EXPECT_EQ(result[3], 0);
+  float const unit = 1.0f;
+  float reals[4];
+  KORVA_Ref_SC_ApplySpectralCorrection_float(reals, &unit, matrix, 4, 1);
+  EXPECT_EQ(reals[3], -0.25f);
+}
+
+TEST(SpectralCorrectionValues, OverloadsForwardToTheirSampleType) {
+  double const weights[2] = {-2.0, 2.5};
+  double const* const matrix[2] = {&weights[0], &weights[1]};
+  float sample = 1.0f, results[2] = {7.0f, 7.0f};
+  float *row = &sample, *rows[2] = {&results[0], &results[1]};
+  float **plane = &row, **planes[2] = {&rows[0], &rows[1]};
+  double scratch = 0.0;
+  KORVA_Ref_SC_ApplySpectralCorrection_BSQ(planes, &scratch, &plane, matrix, 2, 1, 1);
+  EXPECT_EQ(results[0], 0.0f);
+  EXPECT_EQ(results[1], 2.5f);
+  EXPECT_EQ(scratch, 2.5);
+
+  Short count = 1, counts[2] = {7, 7};
+  Short *countRow = &count, *countRows[2] = {&counts[0], &counts[1]};
+  Short **countPlane = &countRow, **countPlanes[2] = {&countRows[0], &countRows[1]};
+  KORVA_Ref_SC_ApplySpectralCorrection_BSQ(countPlanes, &scratch, &countPlane, matrix, 2, 1, 1);
+  EXPECT_EQ(counts[0], 0);
+  EXPECT_EQ(counts[1], 3);
+}
+
+TYPED_TEST(SpectralCorrection, WholeSensorFrame) {
+  Cases cases;
+  cases.run({}, [](Case& c) { checkCube<TypeParam>(c, 3, 5, 512 * 272); });
+  cases.run({}, [](Case& c) { checkRun<TypeParam>(c, 9, 16, 512 * 272); });
+}
+
+}  // namespace
+}  // namespace korva::test

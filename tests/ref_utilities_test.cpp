@@ -1,0 +1,276 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "korva_reference_api.h"
+#include "support/call_conditions.h"
+#include "support/guarded_runs.h"
+
+namespace korva::test {
+namespace {
+
+struct Floats {
+  using Sample = float;
+  static constexpr auto allocate2D = &KORVA_Ref_AllocateArray2D_float;
+  static constexpr auto free2D = &KORVA_Ref_FreeArray2D_float;
+  static constexpr auto allocate3D = &KORVA_Ref_AllocateArray3D_BSQ_float;
+  static constexpr auto free3D = &KORVA_Ref_FreeArray3D_BSQ_float;
+};
+
+struct Shorts {
+  using Sample = unsigned short;
+  static constexpr auto allocate2D = &KORVA_Ref_AllocateArray2D_uint16;
+  static constexpr auto free2D = &KORVA_Ref_FreeArray2D_uint16;
+  static constexpr auto allocate3D = &KORVA_Ref_AllocateArray3D_BSQ_uint16;
+  static constexpr auto free3D = &KORVA_Ref_FreeArray3D_BSQ_uint16;
+};
+
+template <class Type>
+class Arrays : public testing::Test {
+ protected:
+  using Sample = typename Type::Sample;
+  Sample* stale_ = nullptr;
+  // What a caller's variable may hold before the call.
+  Sample** image_ = &stale_;
+  Sample*** cube_ = &image_;
+};
+using SampleTypes = testing::Types<Floats, Shorts>;
+TYPED_TEST_SUITE(Arrays, SampleTypes);
+
+TYPED_TEST(Arrays, RowsOfAnImageLieBackToBack) {
+  for (auto const& [width, height] : {std::pair{3ul, 2ul}, {1ul, 1ul}, {0ul, 4ul}, {640ul, 481ul}}) {
+    failNoAllocation();
+    TypeParam::allocate2D(&this->image_, width, height);
+    if (allocationsAreCounted()) {
+      auto const sizes = requestedSizes();
+      ASSERT_EQ(sizes.size(), 2u);
+      if (width > 0) {
+        EXPECT_EQ(sizes[0], width * height * sizeof(typename TypeParam::Sample));
+      }
+      EXPECT_EQ(sizes[1], height * sizeof(void*));
+    }
+    ASSERT_NE(this->image_, nullptr);
+    for (unsigned long row = 0; row < height; ++row) EXPECT_EQ(this->image_[row], this->image_[0] + row * width);
+    std::fill_n(this->image_[0], width * height, typename TypeParam::Sample{7});
+    TypeParam::free2D(this->image_);
+  }
+}
+
+TYPED_TEST(Arrays, PlanesOfACubeLieBackToBack) {
+  struct Size {
+    unsigned long width, height, bands;
+  };
+  for (auto const& [width, height, bands] : {Size{4, 2, 3}, {1, 1, 1}, {0, 2, 2}, {65, 33, 16}}) {
+    failNoAllocation();
+    TypeParam::allocate3D(&this->cube_, width, height, bands);
+    if (allocationsAreCounted()) {
+      auto const sizes = requestedSizes();
+      ASSERT_EQ(sizes.size(), 3u);
+      EXPECT_EQ(sizes[0], bands * sizeof(void*));
+      EXPECT_EQ(sizes[1], bands * height * sizeof(void*));
+      if (width > 0) {
+        EXPECT_EQ(sizes[2], bands * height * width * sizeof(typename TypeParam::Sample));
+      }
+    }
+    auto*** const cube = this->cube_;
+    ASSERT_NE(cube, nullptr);
+    for (unsigned long band = 0; band < bands; ++band) {
+      EXPECT_EQ(cube[band], cube[0] + band * height);
+      for (unsigned long row = 0; row < height; ++row)
+        EXPECT_EQ(cube[band][row], cube[0][0] + (band * height + row) * width);
+    }
+    std::fill_n(cube[0][0], width * height * bands, typename TypeParam::Sample{7});
+    TypeParam::free3D(cube);
+  }
+}
+
+TYPED_TEST(Arrays, FreeingSkipsNullLevels) {
+  TypeParam::free2D(nullptr);
+  TypeParam::free3D(nullptr);
+  using T = typename TypeParam::Sample;
+  long const before = liveAllocationCount();
+  auto* const bandTable = static_cast<T***>(std::malloc(sizeof(T**)));
+  bandTable[0] = nullptr;
+  TypeParam::free3D(bandTable);
+  auto* const emptyCube = static_cast<T***>(std::malloc(sizeof(T**)));
+  emptyCube[0] = static_cast<T**>(std::malloc(sizeof(T*)));
+  emptyCube[0][0] = nullptr;
+  TypeParam::free3D(emptyCube);
+  EXPECT_EQ(liveAllocationCount(), before);
+}
+
+TYPED_TEST(Arrays, SizesThatCannotBeHadStoreNull) {
+  constexpr unsigned long kHuge = 1ul << 60, kHalf = 1ul << 63, kAll = ~0ul;
+  long const before = liveAllocationCount();
+  for (auto const& [width, height] : {std::pair{5ul, 0ul},
+                                      {0ul, 0ul},
+                                      {kHuge, 1ul},
+                                      {kHalf, 2ul},
+                                      {kHalf, 4ul},
+                                      {1ul << 32, 1ul << 32},
+                                      {kAll, 1ul},
+                                      {1ul, kAll},
+                                      {kAll, kAll},
+                                      {2ul, kHalf},
+                                      {0ul, 1ul << 61},
+                                      {0ul, kAll}}) {
+    TypeParam::allocate2D(&this->image_, width, height);
+    EXPECT_EQ(this->image_, nullptr) << width << " x " << height;
+    TypeParam::free2D(this->image_);
+    for (unsigned long const bands : {1ul, 2ul, kHalf}) {
+      TypeParam::allocate3D(&this->cube_, width, height, bands);
+      EXPECT_EQ(this->cube_, nullptr) << width << " x " << height << " x " << bands;
+      TypeParam::free3D(this->cube_);
+    }
+  }
+  for (unsigned long const bands : {0ul, kHuge, kHalf, kAll}) {
+    TypeParam::allocate3D(&this->cube_, 2, 2, bands);
+    EXPECT_EQ(this->cube_, nullptr) << bands << " bands";
+    TypeParam::free3D(this->cube_);
+  }
+  EXPECT_EQ(liveAllocationCount(), before);
+}
+
+TYPED_TEST(Arrays, EveryFailingAllocationStoresNullAndLeavesNothingBehind) {
+  if (!allocationsAreCounted()) GTEST_SKIP() << "the sanitizer brings its own allocator";
+  long const before = liveAllocationCount();
+  for (long ordinal = 1; ordinal <= 3; ++ordinal) {
+    failAllocation(ordinal);
+    TypeParam::allocate2D(&this->image_, 5, 4);
+    failNoAllocation();
+    EXPECT_EQ(this->image_ == nullptr, ordinal <= 2) << "allocation " << ordinal;
+    TypeParam::free2D(this->image_);
+
+    failAllocation(ordinal);
+    TypeParam::allocate3D(&this->cube_, 5, 4, 3);
+    failNoAllocation();
+    EXPECT_EQ(this->cube_, nullptr) << "allocation " << ordinal;
+    TypeParam::free3D(this->cube_);
+    EXPECT_EQ(liveAllocationCount(), before);
+  }
+}
+
+TEST(Allocations, AreCountedWhereTheLibraryMakesThem) {
+  if (!allocationsAreCounted()) GTEST_SKIP() << "the sanitizer brings its own allocator";
+  long const before = allocationCount();
+  float** image;
+  KORVA_Ref_AllocateArray2D_float(&image, 3, 2);
+  EXPECT_EQ(allocationCount(), before + 2);
+  KORVA_Ref_FreeArray2D_float(image);
+}
+
+class RawFiles : public testing::Test {
+ protected:
+  RawFiles() {
+    std::string pattern = testing::TempDir() + "korva_raw_files_XXXXXX";
+    directory_ = std::string(mkdtemp(pattern.data())) + "/";
+  }
+  ~RawFiles() override { std::filesystem::remove_all(directory_); }
+
+  std::string contentsOf(std::string const& fileName) const {
+    std::ifstream file(directory_ + fileName, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  std::string directory_;
+  std::vector<unsigned short> const samples_ = {1, 2, 3, 4, 5, 6};
+};
+
+TEST_F(RawFiles, HoldTheSamplesAsTheyLieInMemory) {
+  GuardedRuns guarded(1, 12, Placement::EndsAtForbiddenPage);
+  std::memcpy(guarded.writable(0), samples_.data(), 12);
+  KORVA_Ref_WriteRawDataToDisk(guarded.readOnly(0), directory_.c_str(), "white.raw", 6, 2);
+  std::string const contents = contentsOf("white.raw");
+  ASSERT_EQ(contents.size(), 12u);
+  EXPECT_EQ(std::memcmp(contents.data(), samples_.data(), 12), 0);
+
+  for (auto const& [count, elementSize] : {std::pair{6ul, 2ul}, {3ul, 4ul}, {1ul, 12ul}}) {
+    GuardedRuns read(1, 12, Placement::EndsAtForbiddenPage);
+    KORVA_Ref_ReadRawDataFromDisk(read.writable(0), directory_.c_str(), "white.raw", count, elementSize);
+    EXPECT_EQ(std::memcmp(read.readOnly(0), samples_.data(), 12), 0);
+    EXPECT_TRUE(read.slackIsIntact());
+  }
+}
+
+TEST_F(RawFiles, PathIsTheTwoStringsJoinedAsTheyAre) {
+  std::string const withoutSeparator = directory_ + "run1";
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), withoutSeparator.c_str(), "white.raw", 6, 2);
+  EXPECT_EQ(contentsOf("run1white.raw").size(), 12u);
+  std::string const whole = directory_ + "whole.raw";
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), "", whole.c_str(), 5, 2);
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), whole.c_str(), "", 4, 2);
+  EXPECT_EQ(contentsOf("whole.raw").size(), 8u) << "the later, shorter write replaces the file";
+}
+
+TEST_F(RawFiles, ShortFileFillsTheStartOnly) {
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "short.raw", 3, 1);
+  std::vector<unsigned char> data(12, 0xEE);
+  KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "short.raw", 6, 2);
+  EXPECT_EQ(std::memcmp(data.data(), samples_.data(), 3), 0);
+  EXPECT_EQ(std::count(data.begin() + 3, data.end(), 0xEE), 9);
+}
+
+TEST_F(RawFiles, NothingToTransferTruncatesOnWritingAndKeepsOnReading) {
+  for (auto const& [count, elementSize] : {std::pair{0ul, 2ul}, {6ul, 0ul}, {0ul, 0ul}}) {
+    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
+    std::vector<unsigned short> data(6, 9);
+    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "a.raw", count, elementSize);
+    EXPECT_EQ(data, std::vector<unsigned short>(6, 9));
+    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", count, elementSize);
+    EXPECT_TRUE(std::filesystem::exists(directory_ + "a.raw"));
+    EXPECT_EQ(contentsOf("a.raw").size(), 0u);
+  }
+}
+
+TEST_F(RawFiles, FileThatCannotBeOpenedTouchesNothing) {
+  std::vector<unsigned short> data(6, 9);
+  KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "missing.raw", 6, 2);
+  EXPECT_EQ(data, std::vector<unsigned short>(6, 9));
+  EXPECT_FALSE(std::filesystem::exists(directory_ + "missing.raw"));
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), (directory_ + "missing/").c_str(), "a.raw", 6, 2);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+}
+
+TEST_F(RawFiles, EveryFailingAllocationTouchesNothing) {
+  if (!allocationsAreCounted()) GTEST_SKIP() << "the sanitizer brings its own allocator";
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
+  std::string const before = contentsOf("a.raw");
+  std::vector<unsigned short> const other(6, 9);
+  // The first allocation holds the path, the second the C library's open file.
+  for (long ordinal = 1; ordinal <= 2; ++ordinal) {
+    std::vector<unsigned short> data = other;
+    long const live = liveAllocationCount();
+    failAllocation(ordinal);
+    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "a.raw", 6, 2);
+    failAllocation(ordinal);
+    KORVA_Ref_WriteRawDataToDisk(other.data(), directory_.c_str(), "a.raw", 6, 2);
+    failNoAllocation();
+    EXPECT_EQ(data, other);
+    EXPECT_EQ(liveAllocationCount(), live);
+    EXPECT_EQ(contentsOf("a.raw"), before);
+  }
+}
+
+TEST_F(RawFiles, LeaveNothingAllocatedAndNoFileOpen) {
+  auto const openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  auto const filesBefore = openFiles();
+  long const live = liveAllocationCount();
+  for (int repetition = 0; repetition < 3; ++repetition) {
+    unsigned short data[6];
+    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
+    KORVA_Ref_ReadRawDataFromDisk(data, directory_.c_str(), "a.raw", 6, 2);
+  }
+  EXPECT_EQ(liveAllocationCount(), live);
+  EXPECT_EQ(openFiles(), filesBefore);
+}
+
+}  // namespace
+}  // namespace korva::test
