@@ -1,0 +1,192 @@
+"""ENVI raw files with their text header, as Spectral Python, GDAL, QGIS and ENVI itself open them.
+
+In Python a cube is always (band, row, column), whatever order its file has.
+"""
+
+from __future__ import annotations
+
+import math
+import os
+import re
+import sys
+from dataclasses import dataclass, field
+from typing import Any, Mapping, Sequence
+
+import numpy as np
+from numpy.typing import NDArray
+
+from ._arrays import count, fail, real, require_memory
+from .raw_files import path_of, require_file, write_raw_data, written_beside
+
+_TYPES = {
+    number: np.dtype(name) for number, name in
+    {1: "u1", 2: "i2", 3: "i4", 4: "f4", 5: "f8", 6: "c8", 9: "c16", 12: "u2", 13: "u4", 14: "i8", 15: "u8"}.items()
+}
+_NUMBERS = {dtype: number for number, dtype in _TYPES.items()}
+# File order of the axes (band, row, column) for each interleave.
+_AXES = {"bsq": (0, 1, 2), "bil": (1, 0, 2), "bip": (1, 2, 0)}
+_MACHINE = 0 if sys.byteorder == "little" else 1
+
+
+@dataclass
+class Header:
+    """What an ENVI header says. default_bands count from 0 here, and from 1 in the file."""
+
+    samples: int
+    lines: int
+    bands: int
+    dtype: np.dtype[Any]
+    interleave: str
+    header_offset: int = 0
+    wavelength: list[float] = field(default_factory=list)
+    wavelength_units: str = ""
+    default_bands: list[int] = field(default_factory=list)
+    description: str = ""
+    others: dict[str, str] = field(default_factory=dict)
+
+
+def _paths(path: str | os.PathLike[str]) -> tuple[str, str]:
+    """The data file and the header file of a cube that is named by either."""
+    name = path_of("path", path)
+    base, extension = os.path.splitext(name)
+    if extension.lower() != ".hdr":
+        beside = next((hdr for hdr in (f"{base}.hdr", f"{name}.hdr") if os.path.exists(hdr)), f"{base}.hdr")
+        return name, beside
+    for suffix in ("", ".raw", ".img", ".dat", ".bin", ".bsq", ".bil", ".bip"):
+        if os.path.isfile(base + suffix):
+            return base + suffix, name
+    raise FileNotFoundError(f"{name}: expected its data file beside it, such as {base}.raw, found none")
+
+
+def _fields(path: str) -> dict[str, str]:
+    with open(path, encoding="utf-8", errors="replace") as file:
+        text = file.read(1 << 24)
+    if text.split("\n", 1)[0].strip() != "ENVI":
+        fail(path, "ENVI in the first line", repr(text[:20]))
+    text = re.sub(r"^;.*$", "", text, flags=re.MULTILINE)
+    found = re.findall(r"^[ \t]*([^=\n{}]+?)[ \t]*=[ \t]*(\{[^}]*\}|[^\n]*)", text, flags=re.MULTILINE)
+    return {key.lower(): value.strip("{} \t\r\n") for key, value in found}
+
+
+def read_header(path: str | os.PathLike[str]) -> Header:
+    """Reads the header of a cube that is named by its data file or its header."""
+    _, hdr = _paths(path)
+    values = _fields(hdr)
+
+    def whole(key: str, default: str | None = None, least: int = 0) -> int:
+        text = values.pop(key, default)
+        if text is None:
+            fail(hdr, f"a line '{key} = ...'", "none")
+        if not text.isdecimal() or len(text) > 18 or int(text) < least:
+            fail(hdr, f"a whole number of at least {least} as '{key}'", repr(text))
+        return int(text)
+
+    def several(key: str) -> list[str]:
+        return [text.strip() for text in values.pop(key, "").split(",") if text.strip()]
+
+    samples, lines, bands = (whole(key, least=1) for key in ("samples", "lines", "bands"))
+    data_type = whole("data type")
+    if data_type not in _TYPES:
+        fail(hdr, f"a data type among {sorted(_TYPES)}", data_type)
+    dtype = _TYPES[data_type]
+    byte_order = whole("byte order", "0" if dtype.itemsize == 1 else None)
+    if byte_order > 1:
+        fail(hdr, "a byte order of 0 or 1", byte_order)
+    interleave = values.pop("interleave", "bsq" if bands == 1 else "none").lower()
+    if interleave not in _AXES:
+        fail(hdr, "an interleave of bsq, bil or bip", interleave)
+    header = Header(samples, lines, bands, dtype.newbyteorder("<" if byte_order == 0 else ">"), interleave,
+                    whole("header offset", "0"))
+    try:
+        header.wavelength = [float(text) for text in several("wavelength")]
+        header.default_bands = [int(text) - 1 for text in several("default bands")]
+    except ValueError:
+        fail(hdr, "numbers as 'wavelength' and 'default bands'", "something else")
+    if header.wavelength and len(header.wavelength) != bands:
+        fail(hdr, f"a wavelength for each of {bands} bands", len(header.wavelength))
+    header.wavelength_units = values.pop("wavelength units", "")
+    header.description = values.pop("description", "")
+    header.others = values
+    return header
+
+
+def read(path: str | os.PathLike[str], *, memory_map: bool = False) -> tuple[NDArray[Any], Header]:
+    """Reads a cube, (band, row, column), and its header; path names the data file or the header.
+
+    With memory_map samples are read when they are used, from an array that cannot be written; its axes may lie in
+    another order in memory, and its byte order is the file's. Without it the array is band-sequential and this
+    machine's.
+
+    >>> write("cube.raw", np.zeros((3, 4, 5), np.float32), wavelength=[450, 550, 650])
+    >>> cube, header = read("cube.raw")
+    >>> cube.shape, header.wavelength, header.wavelength_units
+    ((3, 4, 5), [450.0, 550.0, 650.0], 'Nanometers')
+    """
+    data, _ = _paths(path)
+    header = read_header(path)
+    sizes, axes = (header.bands, header.lines, header.samples), _AXES[header.interleave]
+    size = math.prod(sizes) * header.dtype.itemsize
+    require_file(data, header.header_offset + size,
+                 f"{header.header_offset} + {' x '.join(map(str, sizes))} bands, lines, samples of {header.dtype}")
+    mapped = np.memmap(data, header.dtype, "r", header.header_offset, tuple(sizes[axis] for axis in axes))
+    cube = np.asarray(mapped).transpose(np.argsort(axes))
+    if memory_map:
+        return cube, header
+    require_memory("cube", size)
+    return np.array(cube, header.dtype.newbyteorder("="), order="C"), header
+
+
+def write(
+    path: str | os.PathLike[str], cube: NDArray[Any], *, interleave: str = "bsq",
+    wavelength: Sequence[float] | NDArray[Any] | None = None, wavelength_units: str = "Nanometers",
+    default_bands: Sequence[int] | None = None, description: str = "", others: Mapping[str, str] | None = None,
+) -> None:
+    """Writes a cube, (band, row, column), or an image, (row, column), and the header beside it with the ending .hdr.
+
+    Both files take their names when they are complete. The samples are of an integer, float or complex type that ENVI
+    knows. default_bands, one for grey or three for red, green and blue, count from 0.
+
+    >>> write("cube.raw", np.zeros((4, 5), np.uint16), description="a dark frame")
+    >>> print(open("cube.hdr").read().splitlines()[2:5])
+    ['samples = 5', 'lines = 4', 'bands = 1']
+    """
+    name = path_of("path", path)
+    base, extension = os.path.splitext(name)
+    if extension.lower() == ".hdr":
+        fail("path", "the name of the data file", name)
+    if not isinstance(cube, np.ndarray) or cube.dtype.newbyteorder("=") not in _NUMBERS:
+        found = getattr(cube, "dtype", type(cube).__name__)
+        fail("cube", "an array of a sample type that ENVI knows", found, TypeError)
+    if cube.ndim not in (2, 3) or not cube.size:
+        fail("cube", "2 or 3 dimensions, none of them 0", f"shape {cube.shape}")
+    if interleave not in _AXES:
+        fail("interleave", "bsq, bil or bip", repr(interleave))
+    planes = cube if cube.ndim == 3 else cube[np.newaxis]
+    bands, lines, samples = planes.shape
+    header: dict[str, object] = {
+        "samples": samples, "lines": lines, "bands": bands, "header offset": 0, "file type": "ENVI Standard",
+        "data type": _NUMBERS[cube.dtype.newbyteorder("=")], "interleave": interleave, "byte order": _MACHINE,
+    }
+    if default_bands is not None:
+        chosen = [count("default_bands", band, 0, bands - 1) + 1 for band in default_bands]
+        if len(chosen) not in (1, 3):
+            fail("default_bands", "1 or 3 bands", len(chosen))
+        header["default bands"] = "{" + ", ".join(map(str, chosen)) + "}"
+    if wavelength is not None:
+        values = [real("wavelength", value) for value in wavelength]
+        if len(values) != bands or not all(map(math.isfinite, values)):
+            fail("wavelength", f"a finite number for each of {bands} bands", values)
+        header["wavelength units"] = wavelength_units
+        header["wavelength"] = "{" + ", ".join(f"{value:.10g}" for value in values) + "}"
+    for key, value in (others or {}).items():
+        if re.search(r"[={}\n;]", key) or key.strip().lower() in ("", "description", *header):
+            fail("others", "names of further header fields", repr(key))
+        header[key] = value
+    for key, text in [("description", description), *((key, str(value)) for key, value in header.items())]:
+        if "\n" in text or re.search(r"[{}]", text[1:-1] if text[:1] == "{" and text[-1:] == "}" else text):
+            fail(key, "one line without braces inside", repr(text))
+    with written_beside(f"{base}.hdr") as beside:
+        with open(beside, "w", encoding="utf-8") as file:
+            file.write(f"ENVI\ndescription = {{{description or os.path.basename(name)}}}\n")
+            file.writelines(f"{key} = {value}\n" for key, value in header.items())
+        write_raw_data(name, planes.transpose(_AXES[interleave]))

@@ -1,0 +1,99 @@
+"""Headerless raw files: samples exactly as they lie in memory, in this machine's byte order."""
+
+from __future__ import annotations
+
+import math
+import os
+import stat
+import uuid
+from contextlib import contextmanager
+from typing import Any, Iterator
+
+import numpy as np
+from numpy.typing import DTypeLike, NDArray
+
+from ._arrays import count, fail, is_run, new, output, readable, run
+from ._library import call
+
+
+def path_of(argument: str, path: str | os.PathLike[str]) -> str:
+    try:
+        name = os.fspath(path)
+    except TypeError:
+        fail(argument, "a path", type(path).__name__, TypeError)
+    if not isinstance(name, str):
+        fail(argument, "a path as text", type(name).__name__, TypeError)
+    if not name or "\0" in name:
+        fail(argument, "a path", repr(name))
+    return name
+
+
+def require_file(path: str, size: int, what: str) -> None:
+    status = os.stat(path)
+    if not stat.S_ISREG(status.st_mode):
+        fail(path, "a regular file", "something else")
+    if status.st_size != size:
+        fail(path, f"{size:,} bytes ({what})", f"{status.st_size:,} bytes")
+
+
+@contextmanager
+def written_beside(path: str) -> Iterator[str]:
+    """Names a new file beside path; it takes path's place when the block ends well, and vanishes otherwise."""
+    folder, name = os.path.split(path)
+    beside = os.path.join(folder, f".{name}.{uuid.uuid4().hex}")
+    open(beside, "xb").close()
+    try:
+        yield beside
+        os.replace(beside, path)
+    except BaseException:
+        os.unlink(beside)
+        raise
+
+
+def _sample_type(dtype: DTypeLike) -> np.dtype[Any]:
+    sample_type = np.dtype(dtype)
+    if sample_type.kind not in "iufc" or not sample_type.isnative:
+        fail("dtype", "a number type in this machine's byte order", sample_type, TypeError)
+    return sample_type
+
+
+def read_raw_data(
+    path: str | os.PathLike[str], shape: int | tuple[int, ...], dtype: DTypeLike, *, out: NDArray[Any] | None = None
+) -> NDArray[Any]:
+    """Reads a raw file into an array of the given shape and sample type; the file must hold exactly that.
+
+    Calls KORVA_Ref_ReadRawDataFromDisk.
+
+    >>> write_raw_data("counts.raw", np.arange(6, dtype=np.uint16))
+    >>> read_raw_data("counts.raw", (2, 3), np.uint16).tolist()
+    [[0, 1, 2], [3, 4, 5]]
+    """
+    name, sample_type = path_of("path", path), _sample_type(dtype)
+    sizes = tuple(count("shape", size) for size in (shape if isinstance(shape, (tuple, list)) else (shape,)))
+    samples = math.prod(sizes)
+    require_file(name, samples * sample_type.itemsize, f"shape {sizes} of {sample_type}")
+    target = output(out, sizes, sample_type) if out is not None else new(sizes, sample_type, clear=True)
+    with open(name, "rb"):  # The library would keep a refusal to itself.
+        call("KORVA_Ref_ReadRawDataFromDisk", run(target), b"", os.fsencode(name), samples, sample_type.itemsize)
+    return target if out is None else out
+
+
+def write_raw_data(path: str | os.PathLike[str], data: NDArray[Any]) -> None:
+    """Writes an array's samples, row after row, to a raw file, which takes its name once it is complete.
+
+    Calls KORVA_Ref_WriteRawDataToDisk.
+
+    >>> write_raw_data("counts.raw", np.array([[1, 2, 3], [4, 5, 6]], np.uint16))
+    >>> open("counts.raw", "rb").read()
+    b'\\x01\\x00\\x02\\x00\\x03\\x00\\x04\\x00\\x05\\x00\\x06\\x00'
+    """
+    name = path_of("path", path)
+    if not isinstance(data, np.ndarray) or isinstance(data, np.ma.MaskedArray):
+        fail("data", "a NumPy array", type(data).__name__, TypeError)
+    _sample_type(data.dtype.newbyteorder("="))
+    view = readable(np.ndarray.view(data, np.ndarray), is_run)
+    with written_beside(name) as beside:
+        call("KORVA_Ref_WriteRawDataToDisk", run(view), b"", os.fsencode(beside), view.size, view.itemsize)
+        found = os.path.getsize(beside)
+        if found != view.nbytes:
+            raise OSError(f"{name}: expected to write {view.nbytes:,} bytes, {found:,} were written; is the disk full?")
