@@ -1,0 +1,125 @@
+"""Raw files and ENVI cubes: what is written is read back, and what does not fit is refused."""
+
+import os
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import korva_reference as korva
+from korva_reference import envi, raw_files
+
+
+def test_raw_files_hold_the_samples_and_nothing_else(tmp_path):
+    data = np.arange(24, dtype=np.float64).reshape(2, 3, 4)
+    korva.write_raw_data("data.raw", data.transpose(2, 1, 0).astype(">f8"))
+    assert (tmp_path / "data.raw").read_bytes() == data.transpose(2, 1, 0).tobytes()
+    assert np.array_equal(korva.read_raw_data("data.raw", [4, 3, 2], float), data.transpose(2, 1, 0))
+    out = np.zeros((24,))
+    assert korva.read_raw_data(tmp_path / "data.raw", 24, float, out=out) is out and out[1] == 12
+    assert os.listdir(tmp_path) == ["data.raw"]
+
+
+@pytest.mark.parametrize("call, error, words", [
+    (lambda: korva.read_raw_data("a.raw", (2, 3), "u2"), ValueError, "expected 12 bytes (shape (2, 3) of uint16)"),
+    (lambda: korva.read_raw_data("a.raw", -5, np.uint16), ValueError, "shape: expected a whole number"),
+    (lambda: korva.read_raw_data("a.raw", 5, object), TypeError, "dtype: expected a number type"),
+    (lambda: korva.read_raw_data("a.raw", 5, ">u2"), TypeError, "dtype: expected a number type in this machine's"),
+    (lambda: korva.read_raw_data(".", 5, np.uint16), ValueError, "expected a regular file"),
+    (lambda: korva.read_raw_data("a\0.raw", 5, np.uint16), ValueError, "path: expected a path"),
+    (lambda: korva.read_raw_data("b.raw", 5, np.uint16), FileNotFoundError, "b.raw"),
+    (lambda: korva.write_raw_data("no/b.raw", np.zeros(5)), FileNotFoundError, "no/"),
+    (lambda: korva.write_raw_data("b.raw", np.zeros(5, object)), TypeError, "dtype: expected a number type"),
+    (lambda: korva.write_raw_data(7, np.zeros(5)), TypeError, "path: expected a path, found int"),
+])
+def test_raw_file_faults(tmp_path, call, error, words):
+    korva.write_raw_data("a.raw", np.arange(5, dtype=np.uint16))
+    with pytest.raises(error) as caught:
+        call()
+    assert words in str(caught.value) and os.listdir(tmp_path) == ["a.raw"]
+
+
+def test_a_short_write_is_reported_and_leaves_no_file(tmp_path, monkeypatch):
+    # What a full disk comes down to: the library returns, and the file is shorter than asked.
+    monkeypatch.setattr(raw_files, "call", lambda name, data, folder, path, *sizes: Path(path.decode()).write_text("x"))
+    with pytest.raises(OSError, match="expected to write 80 bytes, 1 were written; is the disk full"):
+        korva.write_raw_data("data.raw", np.zeros(10))
+    assert os.listdir(tmp_path) == []
+
+
+@pytest.mark.parametrize("interleave", ["bsq", "bil", "bip"])
+@pytest.mark.parametrize("dtype", ["u1", "i2", ">u2", "i4", "<f4", ">f8", "c8", "u8"])
+def test_envi_cubes_come_back_whatever_their_order(interleave, dtype):
+    cube = (np.arange(60) * 3 % 251).reshape(3, 4, 5).astype(dtype)
+    envi.write("cube.img", cube[:, ::-1], interleave=interleave, wavelength=[450, 550.5, 650], default_bands=[2, 1, 0],
+               description="a test", others={"sensor type": "mosaic"})
+    for path in ("cube.img", "cube.hdr"):
+        for memory_map in (False, True):
+            read, header = envi.read(path, memory_map=memory_map)
+            assert read.dtype == cube.dtype.newbyteorder("=") and np.array_equal(read, cube[:, ::-1])
+            assert memory_map or read.flags.c_contiguous
+    assert header == envi.Header(5, 4, 3, cube.dtype.newbyteorder("="), interleave, 0, [450, 550.5, 650], "Nanometers",
+                                 [2, 1, 0], "a test", {"file type": "ENVI Standard", "sensor type": "mosaic"})
+    axes = {"bsq": (0, 1, 2), "bil": (1, 0, 2), "bip": (1, 2, 0)}[interleave]
+    assert open("cube.img", "rb").read() == cube[:, ::-1].astype(cube.dtype.newbyteorder("=")).transpose(axes).tobytes()
+
+
+HEADER = """ENVI
+; written by hand
+description = {two
+  lines = 7}
+Samples = 2
+lines   = 1
+bands   = 3
+header offset = 5
+data type = 12
+interleave = BIL
+byte order = 1
+wavelength = {
+ 400, 500,
+ 600}
+"""
+
+
+def test_envi_reads_offset_foreign_byte_order_and_free_form():
+    open("cube.dat", "wb").write(b"12345" + np.arange(6, dtype=">u2").tobytes())
+    open("cube.hdr", "w").write(HEADER)
+    cube, header = envi.read("cube.hdr", memory_map=True)
+    assert cube.tolist() == [[[0, 1]], [[2, 3]], [[4, 5]]] and cube.dtype == ">u2" and not cube.flags.writeable
+    assert header.wavelength == [400, 500, 600] and header.interleave == "bil" and header.header_offset == 5
+    # The mapping can go into the routines as it is.
+    assert korva.crop_image(cube[1], 0, 0, 2, 1).tolist() == [[2, 3]]
+
+
+@pytest.mark.parametrize("line, becomes, words", [
+    ("ENVI\n", "ENVY\n", "expected ENVI in the first line"), ("lines   = 1", "lines = 2", "expected 29 bytes"),
+    ("data type = 12", "", "expected a line 'data type = ...', found none"), ("= 12", "= 7", "a data type among"),
+    ("byte order = 1", "", "expected a line 'byte order = ...', found none"), ("= BIL", "= BIX", "an interleave"),
+    ("lines   = 1", "lines = 0", "at least 1 as 'lines', found '0'"), ("= 5", "= -5", "as 'header offset', found '-5'"),
+    ("byte order = 1", "byte order = 2", "expected a byte order of 0 or 1"), ("400,", "400 nm,", "numbers as"),
+    ("500,", "", "a wavelength for each of 3 bands, found 2"), ("= 2", "= 9999999999999999999", "as 'samples'"),
+])
+def test_envi_header_faults(line, becomes, words):
+    open("cube.dat", "wb").write(b"12345" + bytes(12))
+    assert line in HEADER
+    open("cube.hdr", "w").write(HEADER.replace(line, becomes, 1))
+    with pytest.raises(ValueError) as caught:
+        envi.read("cube.dat")
+    assert words in str(caught.value) and "\n" not in str(caught.value)
+
+
+@pytest.mark.parametrize("arguments, error, words", [
+    (dict(cube=np.zeros((2, 3), bool)), TypeError, "cube: expected an array of a sample type"),
+    (dict(cube=np.zeros(3)), ValueError, "cube: expected 2 or 3 dimensions"),
+    (dict(wavelength=[1, 2]), ValueError, "wavelength: expected a finite number for each of 3 bands"),
+    (dict(default_bands=[3]), ValueError, "default_bands: expected a whole number from 0 to 2"),
+    (dict(default_bands=[0, 1]), ValueError, "default_bands: expected 1 or 3 bands"),
+    (dict(interleave="bsx"), ValueError, "interleave: expected bsq, bil or bip"),
+    (dict(description="a\nsamples = 3"), ValueError, "description: expected one line"),
+    (dict(others={"lines": "3"}), ValueError, "others: expected names of further"),
+    (dict(path="cube.hdr"), ValueError, "path: expected the name of the data file"),
+])
+def test_envi_writing_faults_leave_nothing_behind(tmp_path, arguments, error, words):
+    with pytest.raises(error) as caught:
+        envi.write(**{"path": "cube.raw", "cube": np.zeros((3, 4, 5), np.uint16), **arguments})
+    assert words in str(caught.value) and os.listdir(tmp_path) == []

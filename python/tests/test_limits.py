@@ -1,0 +1,141 @@
+"""Each stated limit is refused by name, and the classes that own memory are safe in every state."""
+
+import copy
+import pickle
+import threading
+
+import numpy as np
+import pytest
+
+import korva_reference as korva
+
+U2, F4 = np.uint16, np.float32
+WIDE = np.broadcast_to(np.zeros(1, F4), (1, 2**17, 2**16))
+KERNEL = np.ones((7, 7))
+
+
+@pytest.mark.parametrize("call, error, words", [
+    (lambda: korva.crop_image(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
+    (lambda: korva.crop_image(np.zeros((4, 5), U2), 2**64, 0, 1, 1), ValueError, "left: expected a whole number"),
+    (lambda: korva.crop_image(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16"),
+    (lambda: korva.crop_image(np.zeros(4, U2), 0, 0, 1, 1), ValueError, "image: expected 2 dimensions, found 1"),
+    (lambda: korva.crop_image([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
+    (lambda: korva.ssm_band_image(np.zeros((4, 5), U2), 2, 2, 4), ValueError, "band: expected a whole number"),
+    (lambda: korva.ssm_cube(np.zeros((4, 5), U2), 6, 2), ValueError, "frame: expected at least one mosaic cell"),
+    (lambda: korva.sst_band_image(np.zeros((4, 5), U2), 2, 2, 4), ValueError, "band: expected one of 4 tiles"),
+    (lambda: korva.band_image_strip(np.zeros((4, 5), U2), 2, 2), ValueError, "band: expected a strip of 2"),
+    (lambda: korva.correct_bias(np.zeros(4, U2), np.zeros(4, F4)), TypeError, "bias: expected samples of uint16"),
+    (lambda: korva.correct_bias(np.zeros((4, 1), U2), np.zeros(4, U2)), ValueError, "bias: expected shape (4, 1)"),
+    (lambda: korva.correction_coefficients(np.zeros(4, U2), 1, 1, -1), ValueError, "flag_value: expected a whole"),
+    (lambda: korva.reflectance(np.zeros(4, F4), np.zeros(4), 0.0, 0, 0), ValueError, "divisor: expected a positive"),
+    (lambda: korva.reflectance(np.zeros(4, U2), np.zeros(4), 1, 0, 0), TypeError, "full_scale: expected the result"),
+    (lambda: korva.reflectance(np.zeros(4, F4), np.zeros(4), 1, 0, 0, 9), TypeError, "full_scale: expected no such"),
+    (lambda: korva.apply_spectral_correction(np.zeros(4, F4), np.ones((2, 3))), ValueError, "matrix: expected one"),
+    (lambda: korva.apply_spectral_correction(np.zeros(1, F4), [["a"]]), TypeError, "matrix: expected real numbers"),
+    (lambda: korva.apply_spectral_correction(WIDE.T, [[1.0]]), ValueError, "pixels: expected a whole number"),
+    (lambda: korva.apply_spectral_correction_bsq(WIDE, [[1.0]]), ValueError, "pixels: expected a whole number"),
+    (lambda: korva.bilinear_coefficients(2**16, 2**16, 0, 0), ValueError, "mosaic_height * mosaic_width: expected"),
+    (lambda: korva.apply_demosaicing_bilinear(np.zeros((2, 2)), np.ones(4), np.nan, 0), ValueError, "row_offset: exp"),
+    (lambda: korva.apply_demosaicing_bilinear(np.zeros((0, 2)), np.ones(4), 0, 0), ValueError, "band_image rows: exp"),
+    (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), 2, 2, 2.0, 0), ValueError, "target: expected a row from 0"),
+    (lambda: korva.median_1d_9(np.zeros(8, F4)), ValueError, "number of values: expected a whole number"),
+    (lambda: korva.median_1d(np.zeros(0, F4)), ValueError, "number of values: expected a whole number from 1"),
+    (lambda: korva.median_filter_3x3(np.zeros((1, 9), F4)), ValueError, "image: expected at least 2 rows"),
+    (lambda: korva.median_filter_5x5(np.zeros((9, 3), F4)), ValueError, "image: expected at least 4 rows"),
+    (lambda: korva.apply_kernel_7x7(np.zeros((9, 9), F4), np.ones(48)), ValueError, "kernel: expected 7 x 7 weights"),
+    (lambda: korva.rgb_to_ycbcr(np.zeros((2, 9, 9), F4), 0.1, 0.2), ValueError, "image: expected at least 3 planes"),
+    (lambda: korva.rgbx_compute_band(np.zeros((9, 10), F4), "R"), ValueError, "(a multiple of 4), found shape"),
+    (lambda: korva.rgbx_compute_band(np.zeros((9, 9), F4), "G"), ValueError, "(an even number), found shape (9, 9)"),
+    (lambda: korva.rgbx_compute_band(np.zeros((1, 9), F4), "X"), ValueError, "frame: expected at least 2 rows"),
+    (lambda: korva.rgbx_compute_band(np.zeros((8, 8), F4), "RB"), ValueError, 'band: expected "R", "G", "B" or "X"'),
+    (lambda: korva.rgbx_demosaic_frame(np.zeros((5, 8), F4)), ValueError, "frame: expected at least 6 rows"),
+    (lambda: korva.rgbx_compute_new_wli(np.zeros((4, 5, 9), F4), KERNEL, 0, 0, 1), ValueError, "height: expected"),
+    (lambda: korva.StitchingBuffer(4, 1, 3, 2), ValueError, "last_band: expected a whole number from 3"),
+    (lambda: korva.StitchingBuffer(4, 0, 0, 2), ValueError, "strip_height: expected a whole number from 1"),
+    (lambda: korva.StitchingBuffer(2**40, 2**40, 0, 2**40), MemoryError, "stitching buffer: needs"),
+    (lambda: korva.NewWLIBuffers(2**33, 2**33), MemoryError, "new-WLI buffers: needs"),
+])
+def test_limit(call, error, words):
+    with pytest.raises(error) as caught:
+        call()
+    assert words in str(caught.value)
+
+
+def test_output_must_be_of_the_results_type_and_shape_and_apart_from_the_inputs():
+    memory = np.zeros((12, 8), F4)
+    image = memory[:8]
+    for out, words in (
+        (memory[1:9], "out: expected memory apart from the other arrays, found an overlap"),
+        (np.zeros((8, 9), F4), "out: expected shape (8, 8), found (8, 9)"),
+        (np.zeros((8, 8), U2), "out: expected samples of float32, found uint16"),
+        (np.zeros((8, 8), ">f4"), "out: expected samples in this machine's byte order"),
+        (np.zeros((8, 16), F4)[:, ::2], "out: expected contiguous rows, found strides"),
+        (np.lib.stride_tricks.as_strided(np.zeros(16, F4), (8, 8), (4, 4)), "out: expected contiguous rows"),
+        (np.broadcast_to(np.zeros(8, F4), (8, 8)), "out: expected a writeable array, found a read-only one"),
+    ):
+        with pytest.raises((TypeError, ValueError)) as caught:
+            korva.median_filter_3x3(image, out=out)
+        assert words in str(caught.value)
+    with pytest.raises(ValueError, match="out: expected an input array itself or memory apart from it"):
+        korva.subtract(image, image, out=memory[1:9])
+    # Rows that interleave without touching are apart, although one lies within the bounds of the other.
+    korva.median_filter_3x3(memory[::2], out=memory[1::2])
+
+
+def test_a_released_object_refuses_everything_and_cannot_be_duplicated():
+    ring, buffers = korva.StitchingBuffer(4, 1, 0, 1), korva.NewWLIBuffers(8, 8)
+    for owner in (ring, buffers):
+        for duplicate in (copy.copy, copy.deepcopy, pickle.dumps):
+            with pytest.raises(TypeError, match="cannot be copied or pickled"):
+                duplicate(owner)
+        owner.release()
+        owner.release()
+    for use in (
+        lambda: ring.stitch_band_image(np.zeros((2, 4), U2), 0),
+        lambda: ring.stitch_band_image_strip(np.zeros((1, 4), U2), 0, 0),
+        lambda: ring.get_stitched_slice(1, out=np.zeros((2, 3, 4), U2)),
+        lambda: ring.to_array(),
+        lambda: ring.__enter__(),
+        lambda: buffers.compute(np.zeros((4, 8, 8), F4), KERNEL, 0, 0, 1),
+    ):
+        with pytest.raises(ValueError, match="expected an open buffer, found a released one"):
+            use()
+
+
+def test_ring_limits():
+    with korva.StitchingBuffer(4, 2, 1, 3, bands=2) as ring:
+        assert ring.to_array().shape == (2, 6, 4) and not ring.to_array().any()
+        ring.stitch_band_image_strip(np.full((2, 4), 7, U2), 2, 2**64 - 1, buffer_band=0)
+        # Slot (2**64 - 1 + 1 - 2 + 3) mod 3, where the sum wraps to 1.
+        assert (ring.to_array()[0, 2:4] == 7).all() and ring.to_array().sum() == 7 * 8
+        for use, words in (
+            (lambda: ring.stitch_band_image(np.zeros((8, 4), U2), 0), "a ring of 3 planes, found 2"),
+            (lambda: ring.stitch_band_image(np.zeros((7, 4), U2), 0), "4 columns and at least 8 rows"),
+            (lambda: ring.stitch_band_image_strip(np.zeros((2, 4), U2), 4, 0), "band: expected a whole"),
+            (lambda: ring.stitch_band_image_strip(np.zeros((2, 4), U2), 3, 0), "buffer_band: expected a whole"),
+            (lambda: ring.get_stitched_slice(1, np.zeros((2, 4, 4), U2)), "frame_index: expected a whole"),
+            (lambda: ring.get_stitched_slice(2, np.zeros((3, 4, 4), U2)), "out: expected at most 2 bands"),
+            (lambda: ring.get_stitched_slice(2, np.zeros((2, 1, 4), U2)), "at least 2 rows"),
+        ):
+            with pytest.raises(ValueError) as caught:
+                use()
+            assert words in str(caught.value)
+
+
+def test_release_waits_for_a_call_in_another_thread():
+    """Without the wait, one of a hundred releases takes the memory from under a running computation."""
+    bands, outcomes = np.zeros((4, 200, 300), F4), []
+
+    def compute(buffers):
+        try:
+            outcomes.append(buffers.compute(bands, KERNEL, 0.1, 0.2, 0.5) is not None)
+        except ValueError:
+            outcomes.append(False)
+
+    for _ in range(100):
+        buffers = korva.NewWLIBuffers(300, 200)
+        thread = threading.Thread(target=compute, args=(buffers,))
+        thread.start()
+        buffers.release()
+        thread.join()
+    assert len(outcomes) == 100
