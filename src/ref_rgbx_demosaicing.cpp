@@ -52,6 +52,8 @@ struct Lanes {
   }
 };
 
+// In rows of G and X a vector's lanes take the values of both kinds of pixel that alternate there, and a mask picks.
+
 // G: left, above, right, below ----------------------------------------------------------------------------------------
 
 template <int vectorBytes>
@@ -136,161 +138,150 @@ struct ComputeX {
 
 // R and B: sparse samples in the odd rows -----------------------------------------------------------------------------
 
-// A site is a sample of the band at (y, x). It stands for the eight pixels (y, x) to (y, x + 3), (y - 1, x + 1),
-// (y - 1, x + 2), (y + 1, x + 1) and (y + 1, x + 2); neighbouring sites fill the plane without gap or overlap. In the
-// middle of the site is the pixel (y, x + 2) of the opposite kind, whose value, the mean of the four samples around it,
-// serves the green pixels beside it.
-struct Site {
-  float left, above, right, below, centre;
-
-  KORVA_INLINE Site(ConstRows in, std::size_t y, std::size_t x)
-      : left(in[y][x]),
-        above(in[y - 2][x + 2]),
-        right(in[y][x + 4]),
-        below(in[y + 2][x + 2]),
-        centre(mean(left, above, right, below)) {}
-};
-
-// Sites lie in the rows y = 2 i + 1, i from 1 to height / 2 - 2, every fourth column from column 1 or 3 on in turn.
-template <int vectorBytes>
+// Sites are the band's samples in the rows y = 2 i + 1, i from 1 to height / 2 - 2: every fourth column from column 1
+// or 3 on, in turn from row to row. A site at (y, x) stands for the eight pixels (y, x) to (y, x + 3), (y - 1, x + 1),
+// (y - 1, x + 2), (y + 1, x + 1) and (y + 1, x + 2); sites fill the plane without gap or overlap. In its middle is the
+// pixel (y, x + 2) of the opposite kind, whose value, the mean of the four samples around it, serves the green pixels
+// beside it.
+//
+// The samples of each row are packed, and so are the centres between them: sample m lies in column 4 m + 1 or 4 m + 3.
+// All loops then run over neighbouring values, and whole rows come out by interleaving.
 struct ComputeSparse {
-  static constexpr std::size_t kLanes = vectorBytes / sizeof(float);
-  static constexpr std::size_t kStrip = 256;
-  // Sites at each end of a row that are computed one by one.
-  static constexpr std::size_t kEdgeSites = 2;
+  static constexpr std::size_t kStrip = 512;
 
-  enum class Piece { upper, row, lower };
+  // The samples of an odd row that are of the band's kind.
+  KORVA_INLINE static void pack(float* samples, float const* row, std::size_t count) {
+    for (std::size_t m = 0; m < count; ++m) samples[m] = row[4 * m];
+  }
 
-  template <Piece piece>
-  KORVA_INLINE static void writePiece(Rows out, ConstRows in, std::size_t y, std::size_t x) {
-    Site const site(in, y, x);
-    if constexpr (piece == Piece::upper) {
-      out[y - 1][x + 1] = mean(site.left, site.above);
-      out[y - 1][x + 2] = mean(site.above, site.centre);
-    } else if constexpr (piece == Piece::row) {
-      out[y][x] = site.left;
-      out[y][x + 1] = mean(site.left, site.centre);
-      out[y][x + 2] = site.centre;
-      out[y][x + 3] = mean(site.right, site.centre);
-    } else {
-      out[y + 1][x + 1] = mean(site.left, site.below);
-      out[y + 1][x + 2] = mean(site.centre, site.below);
+  // centres[m] between samples[m] and samples[m + 1]; above and below hold what lies above and below centre m.
+  KORVA_INLINE static void computeCentres(float* centres, float const* samples, float const* above, float const* below,
+                                          std::size_t count) {
+    for (std::size_t m = 0; m < count; ++m) centres[m] = mean(samples[m], above[m], samples[m + 1], below[m]);
+  }
+
+  using Four = korva::Vector<float, 4>;
+
+  // out gets a[0], b[0], c[0], d[0], a[1], b[1] and so on.
+  KORVA_INLINE static void storeInterleaved(float* out, Four a, Four b, Four c, Four d) {
+    auto const ab01 = __builtin_shufflevector(a, b, 0, 4, 1, 5), ab23 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+    auto const cd01 = __builtin_shufflevector(c, d, 0, 4, 1, 5), cd23 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+    korva::storeLanes(out, __builtin_shufflevector(ab01, cd01, 0, 1, 4, 5));
+    korva::storeLanes(out + 4, __builtin_shufflevector(ab01, cd01, 2, 3, 6, 7));
+    korva::storeLanes(out + 8, __builtin_shufflevector(ab23, cd23, 0, 1, 4, 5));
+    korva::storeLanes(out + 12, __builtin_shufflevector(ab23, cd23, 2, 3, 6, 7));
+  }
+
+  KORVA_INLINE static void storeInterleaved(float* out, float a, float b, float c, float d) {
+    out[0] = a;
+    out[1] = b;
+    out[2] = c;
+    out[3] = d;
+  }
+
+  // A row of sites from its first sample on.
+  template <typename Floats>
+  KORVA_INLINE static void writeSites(float* out, float const* samples, float const* centres) {
+    auto const left = korva::loadLanes<Floats>(samples);
+    auto const centre = korva::loadLanes<Floats>(centres);
+    auto const right = korva::loadLanes<Floats>(samples + 1);
+    storeInterleaved(out, left, mean(left, centre), centre, mean(right, centre));
+  }
+
+  KORVA_INLINE static void writeSiteRow(float* out, float const* samples, float const* centres, std::size_t count) {
+    std::size_t m = 0;
+    for (; m + 4 <= count; m += 4) writeSites<Four>(out + 4 * m, samples + m, centres + m);
+    for (; m < count; ++m) writeSites<float>(out + 4 * m, samples + m, centres + m);
+  }
+
+  // Packed samples and centres of a row of sites.
+  struct Packed {
+    float const* samples;
+    float const* centres;
+  };
+
+  // The even row between two rows of sites, from column 2 on. In one of them, `near`, sites start in column 1, in the
+  // other, `far`, in column 3.
+  template <typename Floats>
+  KORVA_INLINE static void writeBetween(float* out, Packed near, Packed far, std::size_t m) {
+    auto const nearLeft = korva::loadLanes<Floats>(near.samples + m);
+    auto const nearRight = korva::loadLanes<Floats>(near.samples + m + 1);
+    auto const farSample = korva::loadLanes<Floats>(far.samples + m);
+    auto const nearCentre = korva::loadLanes<Floats>(near.centres + m);
+    auto const farCentre = korva::loadLanes<Floats>(far.centres + m);
+    storeInterleaved(out + 4 * m, mean(nearLeft, farSample), mean(nearCentre, farSample), mean(farSample, nearRight),
+                     mean(farCentre, nearRight));
+  }
+
+  KORVA_INLINE static void writeRowBetween(float* out, Packed near, Packed far, std::size_t count) {
+    std::size_t m = 0;
+    for (; m + 4 <= count; m += 4) writeBetween<Four>(out, near, far, m);
+    for (; m < count; ++m) writeBetween<float>(out, near, far, m);
+  }
+
+  // What the sites of one row give to the even row beside them, where there are no sites on its other side: two pixels
+  // of four. opposite holds the samples beyond that even row, above or below the centres.
+  KORVA_INLINE static void writeRowBeside(float* out, float const* samples, float const* centres, float const* opposite,
+                                          std::size_t count) {
+    for (std::size_t m = 0; m < count; ++m) {
+      out[4 * m] = mean(samples[m], opposite[m]);
+      out[4 * m + 1] = mean(centres[m], opposite[m]);
     }
   }
 
-  // One piece of a row's sites: of all, or of those at the two ends.
-  template <Piece piece>
-  KORVA_INLINE static void writePieces(Rows out, ConstRows in, std::size_t y, std::size_t firstColumn,
-                                       std::size_t sites, bool all) {
-    for (std::size_t site = 0; site < sites; ++site) {
-      if (!all && site == kEdgeSites) site = sites - kEdgeSites;
-      writePiece<piece>(out, in, y, firstColumn + 4 * site);
-    }
-  }
-
-  // Columns of an odd row from `column` on, where `column` is a site; count is a multiple of 4. A strip of the row
-  // first gets its samples and centres, which are all that its odd columns hold; even columns are means of their
-  // neighbours.
-  KORVA_INLINE static void writeSiteRow(float* out, float const* above, float const* row, float const* below,
-                                        std::size_t column, std::size_t count) {
-    constexpr std::size_t kMargin = 4;
-    float values[kStrip + 2 * kMargin];
-    for (std::size_t left = column; left < column + count; left += kStrip) {
-      std::size_t const strip = column + count - left < kStrip ? column + count - left : kStrip;
-      std::size_t const first = left - kMargin;
-      std::size_t k = 0;
-      for (; k + kLanes <= strip + 2 * kMargin; k += kLanes) {
-        writeCentres<kLanes>(values + k, above + first + k, row + first + k, below + first + k);
-      }
-      for (; k < strip + 2 * kMargin; k += 4) {
-        writeCentres<4>(values + k, above + first + k, row + first + k, below + first + k);
-      }
-      k = 0;
-      for (; k + kLanes <= strip; k += kLanes) writeBetween<kLanes>(out + left + k, values + kMargin + k);
-      for (; k < strip; k += 4) writeBetween<4>(out + left + k, values + kMargin + k);
-    }
-  }
-
-  template <std::size_t lanes>
-  KORVA_INLINE static void writeCentres(float* values, float const* above, float const* row, float const* below) {
-    using L = Lanes<lanes>;
-    typename L::Mask const isSite = L::every(4, 0);
-    auto const centre = mean(L::load(row - 2), L::load(above), L::load(row + 2), L::load(below));
-    korva::storeLanes(values, isSite ? L::load(row) : centre);
-  }
-
-  template <std::size_t lanes>
-  KORVA_INLINE static void writeBetween(float* out, float const* values) {
-    using L = Lanes<lanes>;
-    typename L::Mask const isSample = L::every(2, 0);
-    korva::storeLanes(out, isSample ? L::load(values) : mean(L::load(values - 1), L::load(values + 1)));
-  }
-
-  // Columns of the even row between the site rows a and b, from a multiple of 4 on. aa and bb are the site rows above a
-  // and below b; siteOfB, 1 or 3, is the column of b's sites in the tile.
-  template <std::size_t lanes, std::size_t siteOfB>
-  KORVA_INLINE static void writeBetweenSiteRows(float* out, float const* aa, float const* a, float const* b,
-                                                float const* bb) {
-    using L = Lanes<lanes>;
-    typename L::Mask const isOdd = L::every(2, 1);
-    typename L::Mask const isSiteOfB = L::every(4, siteOfB);
-    typename L::Mask const isRightOfSiteOfB = L::every(4, siteOfB + 1);
-    // Green pixels: a sample of one site row, and the centre that the other one has in this column.
-    auto const sampleOfA = L::load(a), sampleOfB = L::load(b);
-    auto const centre = mean(isSiteOfB ? L::load(a - 2) : L::load(b - 2), isSiteOfB ? L::load(aa) : sampleOfA,
-                             isSiteOfB ? L::load(a + 2) : L::load(b + 2), isSiteOfB ? sampleOfB : L::load(bb));
-    auto const green = mean(isSiteOfB ? sampleOfB : sampleOfA, centre);
-    // X pixels: the two samples on a diagonal.
-    auto const diagonal =
-        mean(isRightOfSiteOfB ? L::load(b - 1) : L::load(a - 1), isRightOfSiteOfB ? L::load(a + 1) : L::load(b + 1));
-    korva::storeLanes(out, isOdd ? green : diagonal);
-  }
-
-  template <std::size_t siteOfB>
-  KORVA_INLINE static void writeEvenRow(float* out, ConstRows in, std::size_t y, std::size_t column,
-                                        std::size_t count) {
-    float const* const aa = in[y - 4] + column;
-    float const* const a = in[y - 2] + column;
-    float const* const b = in[y] + column;
-    float const* const bb = in[y + 2] + column;
-    std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
-      writeBetweenSiteRows<kLanes, siteOfB>(out + column + k, aa + k, a + k, b + k, bb + k);
-    }
-    for (; k < count; k += 4) writeBetweenSiteRows<4, siteOfB>(out + column + k, aa + k, a + k, b + k, bb + k);
-  }
-
-  // firstPhase 0 starts row 3 with a site in column 1, as R does; 1 in column 3, as B does.
-  KORVA_INLINE static void run(Rows out, ConstRows in, std::size_t width, std::size_t height, std::size_t firstPhase,
-                               RowRange range) {
-    std::size_t const halfHeight = height / 2;
-    if (halfHeight <= 2) return;
+  // In row 3 the first site lies in column 1 for R and 3 for B.
+  KORVA_INLINE static void run(Rows out, ConstRows in, std::size_t width, std::size_t height,
+                               std::size_t firstSiteOfRow3, RowRange range) {
+    if (height / 2 <= 2) return;
+    std::size_t const lastSiteRow = height / 2 - 2;
+    std::size_t const first = range.first / 2 < 1 ? 1 : range.first / 2;
     std::size_t const sites = width / 4 - 1;
-    bool const narrow = sites <= 2 * kEdgeSites;
-    std::size_t const lastSiteRow = halfHeight - 2;
-    for (std::size_t i = range.first / 2 < 1 ? 1 : range.first / 2; i <= lastSiteRow && 2 * i < range.last; ++i) {
-      std::size_t const y = 2 * i + 1;
-      std::size_t const siteColumn = (i - 1 + firstPhase) % 2 == 0 ? 1 : 3;
-      std::size_t const siteColumnAbove = 4 - siteColumn;
-      writePieces<Piece::upper>(out, in, y, siteColumn, sites, narrow || i == 1);
-      writePieces<Piece::row>(out, in, y, siteColumn, sites, narrow);
-      if (i > 1) writePieces<Piece::lower>(out, in, y - 2, siteColumnAbove, sites, narrow);
-      if (i == lastSiteRow) writePieces<Piece::lower>(out, in, y, siteColumn, sites, true);
-      if (narrow) continue;
-      std::size_t const edge = 4 * kEdgeSites;
-      writeSiteRow(out[y], in[y - 2], in[y], in[y + 2], siteColumn + edge, 4 * sites - 2 * edge);
-      if (i == 1) continue;
-      if (siteColumn == 1) {
-        writeEvenRow<1>(out[y - 1], in, y, edge, width - 2 * edge);
-      } else {
-        writeEvenRow<3>(out[y - 1], in, y, edge, width - 2 * edge);
+    for (std::size_t left = 0; left < sites; left += kStrip) {
+      std::size_t const count = sites - left < kStrip ? sites - left : kStrip;
+      float samples[4][kStrip + 1];
+      float centres[2][kStrip];
+
+      auto const firstSite = [&](std::size_t i) { return i % 2 == 1 ? firstSiteOfRow3 : 4 - firstSiteOfRow3; };
+      auto const packRow = [&](std::size_t i) __attribute__((always_inline)) {
+        pack(samples[i % 4], in[2 * i + 1] + firstSite(i) + 4 * left, count + 1);
+      };
+      // The samples above or below the centres of row i lie in row `other`, one further on when row i starts later.
+      auto const beside = [&](std::size_t i, std::size_t other) {
+        return samples[other % 4] + (firstSite(i) == 1 ? 0 : 1);
+      };
+      auto const computeRow = [&](std::size_t i) __attribute__((always_inline)) {
+        computeCentres(centres[i % 2], samples[i % 4], beside(i, i - 1), beside(i, i + 1), count);
+      };
+
+      if (first > lastSiteRow) return;
+      if (first > 1) packRow(first - 2);
+      packRow(first - 1);
+      packRow(first);
+      if (first > 1) computeRow(first - 1);
+      for (std::size_t i = first; i <= lastSiteRow && 2 * i < range.last; ++i) {
+        std::size_t const y = 2 * i + 1;
+        std::size_t const column = firstSite(i) + 4 * left;
+        packRow(i + 1);
+        computeRow(i);
+        if (i == 1) {
+          writeRowBeside(out[y - 1] + column + 1, samples[i % 4], centres[i % 2], beside(i, i - 1), count);
+        } else {
+          Packed const here = {samples[i % 4], centres[i % 2]};
+          Packed const above = {samples[(i - 1) % 4], centres[(i - 1) % 2]};
+          bool const startsNear = firstSite(i) == 1;
+          writeRowBetween(out[y - 1] + 2 + 4 * left, startsNear ? here : above, startsNear ? above : here, count);
+        }
+        writeSiteRow(out[y] + column, samples[i % 4], centres[i % 2], count);
+        if (i == lastSiteRow) {
+          writeRowBeside(out[y + 1] + column + 1, samples[i % 4], centres[i % 2], beside(i, i + 1), count);
+        }
       }
     }
   }
 };
 
 void computeR(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{0}, range);
+  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
 }
 
 void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
@@ -298,7 +289,7 @@ void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, Row
 }
 
 void computeB(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
+  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
 }
 
 void computeX(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
