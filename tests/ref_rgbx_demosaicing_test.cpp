@@ -27,8 +27,8 @@ char filterAt(std::size_t row, std::size_t column) {
 
 void checkBand(Band band, char filter, std::size_t leastWidth, std::size_t step, std::size_t leastHeight) {
   Cases cases;
-  auto const run = [&](std::size_t width, std::size_t height) {
-    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+  for (auto const& [width, height] : imageSizes(leastWidth, leastHeight, step)) {
+    cases.run({{"width", width}, {"height", height}}, [=, width = width, height = height](Case& c) {
       c.isMoved = [=](std::size_t, std::size_t row, std::size_t column) { return filterAt(row, column) == filter; };
       auto const in = c.input<float, 2>({width, height}, kSeparateRows);
       auto out = c.output<float, 2>({width, height}, kSeparateRows);
@@ -36,12 +36,7 @@ void checkBand(Band band, char filter, std::size_t leastWidth, std::size_t step,
       auto inPlace = c.inOut<float, 2>({width, height}, kSeparateRows);
       c.compare(band, inPlace, inPlace, width, height);
     });
-  };
-  for (std::size_t const width : everyWidth(leastWidth, step))
-    for (std::size_t height = leastHeight; height <= 23; ++height) run(width, height);
-  for (std::size_t const width : Sizes{72, 100, 128, 132, 260, 520})
-    for (std::size_t const height : Sizes{40, 65}) run(width, height);
-  run(512, 272);
+  }
 }
 
 TEST(RgbxBands, Red) { checkBand(kBandR, 'R', 8, 4, 2); }
@@ -81,21 +76,15 @@ TEST(RgbxBands, SpreadOfOnePixel) {
 // The scratch image is compared as well: where no band writes, it keeps what it held.
 TEST(RgbxFrame, BandsAndScratchForEverySize) {
   Cases cases;
-  auto const run = [&](std::size_t width, std::size_t height) {
-    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+  for (auto const& [width, height] : imageSizes(8, 6, 4)) {
+    cases.run({{"width", width}, {"height", height}}, [width = width, height = height](Case& c) {
       c.isMoved = Case::nowhere;
       auto const frame = c.input<float, 2>({width, height}, kSeparateRows);
       auto scratch = c.inOut<float, 2>({width, height}, kSeparateRows);
       auto out = c.output<float, 3>({width - 6, height - 6, 4}, kSeparateRows);
       c.compare(kFrame, out, scratch, frame, width, height);
     });
-  };
-  for (std::size_t width = 8; width <= 72; width += 4)
-    for (std::size_t height = 6; height <= 23; ++height)
-      for (int repetition = 0; repetition < 3; ++repetition) run(width, height);
-  for (std::size_t const width : Sizes{100, 128, 132, 260, 520})
-    for (std::size_t const height : Sizes{40, 41, 65, 66}) run(width, height);
-  run(512, 272);
+  }
 }
 
 // Samples keep their bits on the way through band, scratch and crop.

@@ -95,6 +95,8 @@ void forBandsAndRuns(Body&& body) {
   for (std::size_t const inBands :
        Sizes{15, 16, 17, 25, 31, 32, 33, 63, 64, 65, 100, 127, 128, 129, 150, 256, 257, 300})
     for (std::size_t const outBands : Sizes{1, 4, 6}) run(outBands, inBands, 61 + inBands % 7);
+  // More bands than kernels that work on panels of them may hold.
+  for (std::size_t const inBands : Sizes{511, 512, 513, 767, 768, 769, 1025, 2050}) run(9, inBands, 21);
   run(25, 25, 130);
   run(100, 150, 67);
   run(150, 150, 19);

@@ -61,6 +61,19 @@ std::vector<std::size_t> everyWidth(std::size_t least, std::size_t step) {
   return widths;
 }
 
+std::vector<ImageSize> imageSizes(std::size_t leastWidth, std::size_t leastHeight, std::size_t widthStep) {
+  std::vector<ImageSize> sizes;
+  for (std::size_t const width : everyWidth(leastWidth, widthStep))
+    for (std::size_t height = leastHeight; height < leastHeight + 13; ++height) sizes.push_back({width, height});
+  for (std::size_t width = leastWidth; width <= 660; width += widthStep)
+    if (width > 70) sizes.push_back({width, leastHeight + width % 8});
+  for (std::size_t const columns : Sizes{1, 3, 9})
+    for (std::size_t height = leastHeight; height <= 140; ++height)
+      sizes.push_back({leastWidth + columns * widthStep, height});
+  sizes.push_back({2048, 200});
+  return sizes;
+}
+
 std::vector<std::size_t> everyRunLength() {
   std::vector<std::size_t> lengths;
   for (std::size_t length = 0; length <= 70; ++length) lengths.push_back(length);

@@ -42,6 +42,13 @@ class Random {
 // Every width from the least allowed to 70, so that each tail length meets each vector width, and those around 256.
 std::vector<std::size_t> everyWidth(std::size_t least, std::size_t step = 1);
 
+// Sizes of images: every width and height near the least, every width up to where tiles along a row end, every height
+// up to where bands of rows end, and a sensor's whole frame.
+struct ImageSize {
+  std::size_t width, height;
+};
+std::vector<ImageSize> imageSizes(std::size_t leastWidth, std::size_t leastHeight, std::size_t widthStep = 1);
+
 // Lengths of flat runs: 0 to 70 and around every power of two up to 4096, where kernels that work in tiles change
 // hands.
 std::vector<std::size_t> everyRunLength();
