@@ -162,73 +162,71 @@ struct FilterImage7x7 {
 
 // Each conversion is written once, for single samples and for vectors of them.
 
-template <int vectorBytes>
 struct RGBToYCbCr {
-  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  double redWeight, greenWeight, blueWeight;
+  double cbScale, crScale;
 
-  struct Weights {
-    double red, green, blue;
-    double cbScale, crScale;
-  };
+  RGBToYCbCr(double kb, double kr)
+      : redWeight(kr),
+        greenWeight((1.0 - kb) - kr),
+        blueWeight(kb),
+        cbScale(0.5 / (1.0 - kb)),
+        crScale(0.5 / (1.0 - kr)) {}
 
   template <typename Floats, typename Doubles>
-  KORVA_INLINE static void convert(float* const* out, float const* const* in, std::size_t k, Weights const& w) {
+  KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
     auto const red = korva::loadLanes<Floats>(in[0] + k);
     auto const green = korva::loadLanes<Floats>(in[1] + k);
     auto const blue = korva::loadLanes<Floats>(in[2] + k);
     auto const luma = korva::narrowLanes<Floats>(
-        (korva::widenLanes<Doubles>(red) * w.red + korva::widenLanes<Doubles>(green) * w.green) +
-        korva::widenLanes<Doubles>(blue) * w.blue);
+        (korva::widenLanes<Doubles>(red) * redWeight + korva::widenLanes<Doubles>(green) * greenWeight) +
+        korva::widenLanes<Doubles>(blue) * blueWeight);
     korva::storeLanes(out[0] + k, luma);
-    korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(blue - luma) * w.cbScale));
-    korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(red - luma) * w.crScale));
-  }
-
-  KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, double kb, double kr) {
-    Weights const weights = {kr, (1.0 - kb) - kr, kb, 0.5 / (1.0 - kb), 0.5 / (1.0 - kr)};
-    float* const target[] = {out[0][0], out[1][0], out[2][0]};
-    float const* const source[] = {in[0][0], in[1][0], in[2][0]};
-    std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
-      convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k, weights);
-    }
-    for (; k < count; ++k) convert<float, double>(target, source, k, weights);
+    korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(blue - luma) * cbScale));
+    korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(red - luma) * crScale));
   }
 };
 
-template <int vectorBytes>
 struct YCbCrToRGB {
-  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  double redWeight, blueWeight;
+  double crFactor, cbFactor, greenInverse;
 
-  struct Weights {
-    double red, blue;
-    double crFactor, cbFactor, gInverse;
-  };
+  // greenInverse is not the reciprocal of the other direction's green weight: the two may differ in the last bit.
+  YCbCrToRGB(double kb, double kr)
+      : redWeight(kr),
+        blueWeight(kb),
+        crFactor((1.0 - kr) + (1.0 - kr)),
+        cbFactor((1.0 - kb) + (1.0 - kb)),
+        greenInverse(1.0 / ((1.0 - kr) - kb)) {}
 
   // All three samples are read before one is written: the planes may be the same.
   template <typename Floats, typename Doubles>
-  KORVA_INLINE static void convert(float* const* out, float const* const* in, std::size_t k, Weights const& w) {
+  KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
     auto const luma = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[0] + k));
     auto const cb = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[1] + k));
     auto const cr = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[2] + k));
-    auto const red = cr * w.crFactor + luma;
-    auto const blue = cb * w.cbFactor + luma;
-    auto const green = ((luma - red * w.red) - w.blue * blue) * w.gInverse;
+    auto const red = cr * crFactor + luma;
+    auto const blue = cb * cbFactor + luma;
+    auto const green = ((luma - red * redWeight) - blueWeight * blue) * greenInverse;
     korva::storeLanes(out[0] + k, korva::narrowLanes<Floats>(red));
     korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(green));
     korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(blue));
   }
+};
 
-  KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, double kb, double kr) {
-    // gInverse is not the reciprocal of the other direction's green weight: the two may differ in the last bit.
-    Weights const weights = {kr, kb, (1.0 - kr) + (1.0 - kr), (1.0 - kb) + (1.0 - kb), 1.0 / ((1.0 - kr) - kb)};
+template <int vectorBytes>
+struct ConvertPlanes {
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+
+  template <typename Conversion>
+  KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, Conversion conversion) {
     float* const target[] = {out[0][0], out[1][0], out[2][0]};
     float const* const source[] = {in[0][0], in[1][0], in[2][0]};
     std::size_t k = 0;
     for (; k + kLanes <= count; k += kLanes) {
-      convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k, weights);
+      conversion.template convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k);
     }
-    for (; k < count; ++k) convert<float, double>(target, source, k, weights);
+    for (; k < count; ++k) conversion.template convert<float, double>(target, source, k);
   }
 };
 
@@ -271,11 +269,11 @@ void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width
 void KORVA_Ref_RGBToYCbCr_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<RGBToYCbCr>(out, in, width * height, kb, kr);
+  korva::dispatch<ConvertPlanes>(out, in, width * height, RGBToYCbCr(kb, kr));
 }
 
 void KORVA_Ref_YCbCrToRGB_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<YCbCrToRGB>(out, in, width * height, kb, kr);
+  korva::dispatch<ConvertPlanes>(out, in, width * height, YCbCrToRGB(kb, kr));
 }
