@@ -25,7 +25,7 @@ while [ $# -gt 0 ]; do
       filter=$2
       shift
       ;;
-    --scaling) program=(--scaling) ;;
+    --scaling) program=(--scaling) repetitions=3 ;;
     --quick) repetitions=1 seconds=0.001 ;;
     --no-peers) peers=OFF ;;
     --summary) summary=(--summary) ;;

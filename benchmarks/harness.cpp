@@ -103,8 +103,8 @@ void measure(benchmark::State& state, Entry& entry, Form form) {
                                                  {"bytes", row.work.bytes}};
   for (auto const& [resource, perSample] : work)
     if (perSample > 0) state.counters[resource] = perSample;
-  state.SetLabel(std::to_string(row.size.width) + " x " + std::to_string(row.size.height) + ";" + entry.peer.name +
-                 ";" + entry.peer.note);
+  state.SetLabel(std::to_string(row.at.size.width) + " x " + std::to_string(row.at.size.height) + ";" +
+                 entry.peer.name + ";" + entry.peer.note);
 }
 
 }  // namespace
@@ -133,9 +133,11 @@ std::vector<SlottedSize> frameSizes(Size least, unsigned long widthMultiple) {
   if (!scaling) {
     sizes = {{"frame", {2048, 1088}}, {"odd", {2047, 1087}}, {"cache", {512, 512}}};
   } else {
-    for (unsigned long const edge : {64, 128, 256, 512, 1024, 2048, 4096, 8192}) sizes.push_back({"", {edge, edge}});
-    for (unsigned long const width : {511, 513, 4095, 4097}) sizes.push_back({"", {width, 512}});
-    for (unsigned long const width : {1, 2, 3, 4, 5, 6, 7, 8, 9, 16, 17, 33}) sizes.push_back({"", {width, 4096}});
+    for (unsigned long const edge : {64ul, 128ul, 256ul, 512ul, 1024ul, 2048ul, 4096ul, 8192ul})
+      sizes.push_back({"", {edge, edge}});
+    for (unsigned long const width : {511ul, 513ul, 4095ul, 4097ul}) sizes.push_back({"", {width, 512}});
+    for (unsigned long const width : {1ul, 2ul, 3ul, 4ul, 5ul, 6ul, 7ul, 8ul, 9ul, 16ul, 17ul, 33ul})
+      sizes.push_back({"", {width, 4096}});
     for (SlottedSize& entry : sizes)
       entry.slot = std::to_string(entry.size.width) + "x" + std::to_string(entry.size.height);
   }
@@ -153,14 +155,14 @@ std::vector<SlottedSize> frameAndSmallSizes() {
 }
 
 void addRow(Row row, std::function<Run(Form)> prepare, Peer peer) {
-  if (scaling && !kScaled.contains(row.routine)) return;
-  if (row.samples == 0) row.samples = row.size.samples();
+  if (scaling && (!kScaled.contains(row.routine) || row.at.slot == "one")) return;
+  if (row.samples == 0) row.samples = row.at.size.samples();
   auto const entry = std::make_shared<Entry>(Entry{row, std::move(prepare), std::move(peer)});
   for (Form const form : {Form::kOurs, Form::kBaseline, Form::kPlain, Form::kPeer}) {
     if (form == Form::kPeer && !entry->peer.prepare) continue;
     if (form != Form::kOurs && scaling) continue;
     std::string const name =
-        std::string(row.routine) + "/" + row.variant + "/" + row.slot + "/" + kFormNames[static_cast<int>(form)];
+        std::string(row.routine) + "/" + row.variant + "/" + row.at.slot + "/" + kFormNames[static_cast<int>(form)];
     benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
       measure(state, *entry, form);
     })->Unit(benchmark::kMicrosecond);

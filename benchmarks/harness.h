@@ -94,6 +94,12 @@ struct Run {
   std::function<void()> rearrange = {};  // brings a peer's result into our layout, for comparison only
 };
 
+// The usual form: one set of planes in, one out.
+template <class Out, class In, class Call>
+Run planesRun(Planes<Out> out, Planes<In> in, Call call) {
+  return {[=]() mutable { call(out, in); }, out};
+}
+
 struct Peer {
   char const* name = "";
   char const* note = "";     // how its arithmetic or its work differs
@@ -113,11 +119,16 @@ struct Work {
   double bytes = 0;
 };
 
+// A size and its place in the tables: frame, odd, cache, small, one or road; in the scaling run, the size itself.
+struct SlottedSize {
+  std::string slot;
+  Size size;
+};
+
 struct Row {
   char const* routine;
   std::string variant;  // tells rows of one routine apart
-  std::string slot;     // which column of the table: frame, odd, cache, small, or one
-  Size size;
+  SlottedSize at;
   Work work = {};
   unsigned long samples = 0;  // written by a call, where these are not width * height
 };
@@ -139,11 +150,6 @@ void add(Row row, Function* plainForm, Prepare prepare, Peer peer = {}) {
   addRow(
       row, [=](Form form) { return prepare(routine(form, row.routine, plainForm)); }, peer);
 }
-
-struct SlottedSize {
-  std::string slot;
-  Size size;
-};
 
 // The sizes to register: those of the table, or those of the scaling run. Widths are rounded down to the multiple.
 std::vector<SlottedSize> frameSizes(Size least = {1, 1}, unsigned long widthMultiple = 1);

@@ -1,4 +1,4 @@
-// Peers from OpenCV and OpenBLAS; without the library, a row has no peer.
+// Peers from OpenCV; without the library, a row has none.
 #pragma once
 
 #include "harness.h"
@@ -8,6 +8,7 @@
 
 #define KORVA_OPENCV_PEER(...) \
   Peer { __VA_ARGS__ }
+#define KORVA_OPENCV_CALL(...) __VA_ARGS__
 
 namespace korva::benchmarks {
 
@@ -22,4 +23,5 @@ cv::Mat mat(Planes<T> const& planes, unsigned long band = 0) {
 #else
 #define KORVA_OPENCV_PEER(...) \
   Peer {}
+#define KORVA_OPENCV_CALL(...) nullptr
 #endif

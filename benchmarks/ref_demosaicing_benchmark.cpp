@@ -7,29 +7,23 @@ template <class T, class Function>
 void addBilinear(char const* routine, Function* plainForm, char const* note, double tolerance) {
   // The target is the middle of a 4 x 4 cell, seen from the filter in the cell's second row and column.
   constexpr double kOffset = 0.5;
-  auto const weights = [] {
-    Planes<double> const four({2, 2});
-    plain::DM_ComputeCoefficientsBilinear(four.data(), 4, 4, kOffset, kOffset);
-    return four;
-  }();
-  for (auto const& [slot, size] : frameSizes()) {
-    Row const row{routine, "", slot, size, {.doubleOperations = 7, .bytes = 2 * sizeof(T)}};
+  Planes<double> const weights({2, 2});
+  plain::DM_ComputeCoefficientsBilinear(weights.data(), 4, 4, kOffset, kOffset);
+  for (SlottedSize const& at : frameSizes()) {
+    Size const size = at.size;
     add(
-        row, plainForm,
-        [=, size = size](Function* demosaic) {
-          Planes<T> const out(size), in = noise<T>(size);
-          auto const width = static_cast<unsigned>(size.width), height = static_cast<unsigned>(size.height);
-          return Run{[=] { demosaic(out.data(), in.data(), height, width, weights.data(), kOffset, kOffset); }, out};
+        {routine, "", at, {.doubleOperations = 7, .bytes = 2 * sizeof(T)}}, plainForm,
+        [=](Function* demosaic) {
+          return planesRun(Planes<T>(size), noise<T>(size), [=](auto const& out, auto const& in) {
+            demosaic(out.data(), in.data(), static_cast<unsigned>(size.height), static_cast<unsigned>(size.width),
+                     weights.data(), kOffset, kOffset);
+          });
         },
         KORVA_OPENCV_PEER(
-                .name = "cv::filter2D", .note = note, .tolerance = tolerance, .margin = 1, .prepare = [=, size = size] {
-                  Planes<T> const out(size), in = noise<T>(size);
-                  return Run{[=] {
-                               cv::Mat target = mat(out);
-                               cv::filter2D(mat(in), target, -1, mat(weights), cv::Point(0, 0), 0,
-                                            cv::BORDER_REPLICATE);
-                             },
-                             out};
+                .name = "cv::filter2D", .note = note, .tolerance = tolerance, .margin = 1, .prepare = [=] {
+                  return planesRun(Planes<T>(size), noise<T>(size), [=](auto const& out, auto const& in) {
+                    cv::filter2D(mat(in), mat(out), -1, mat(weights), {0, 0}, 0, cv::BORDER_REPLICATE);
+                  });
                 }));
   }
 }

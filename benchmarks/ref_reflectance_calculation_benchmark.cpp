@@ -1,12 +1,11 @@
 #include <cfloat>
-#include <limits>
 
 #include "opencv_peer.h"
 
 namespace korva::benchmarks {
 namespace {
 
-constexpr double kFactor1 = 0.95, kFactor2 = 1.2, kDivisor = 1.1;
+constexpr double kFactor1 = 0.95, kFactor2 = 1.2, kDivisor = 4500;
 constexpr unsigned short kFullScale = 10000;
 
 // Counts above this one are saturated; the highest count marks bad pixels. One sample in a hundred is either.
@@ -17,83 +16,77 @@ constexpr double kSpecialShare = 0.02;
 
 template <class T>
 void addBias(char const* routine, void (*plainForm)(T*, T const*, T const*, unsigned long)) {
-  for (auto const& [slot, size] : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameAndSmallSizes()) {
+    Size const size = at.size;
     add(
-        {routine, "", slot, size, {.bytes = 3 * sizeof(T)}}, plainForm,
-        [size = size](auto* correct) {
-          Planes<T> const out(size), in = noise<T>(size, 1, 1), bias = noise<T>(size, 1, 2);
-          return Run{[=] { correct(out.data(), in.data(), bias.data(), size.samples()); }, out};
+        {routine, "", at, {.bytes = 3 * sizeof(T)}}, plainForm,
+        [=](auto* correct) {
+          return planesRun(Planes<T>(size), noise<T>(size, 2), [=](auto const& out, auto const& in) {
+            correct(out.data(), in.data(0), in.data(1), size.samples());
+          });
         },
         KORVA_OPENCV_PEER(
-                .name = "cv::subtract", .prepare = [size = size] {
-                  Planes<T> const out(size), in = noise<T>(size, 1, 1), bias = noise<T>(size, 1, 2);
-                  return Run{[=] {
-                               cv::Mat target = mat(out);
-                               cv::subtract(mat(in), mat(bias), target);
-                             },
-                             out};
+                .name = "cv::subtract", .prepare = [=] {
+                  return planesRun(Planes<T>(size), noise<T>(size, 2), [](auto const& out, auto const& in) {
+                    cv::subtract(mat(in, 0), mat(in, 1), mat(out));
+                  });
                 }));
   }
 }
 
 template <class T>
 void addCoefficients(char const* routine, void (*plainForm)(double*, T const*, unsigned long, double, double, T)) {
-  for (auto const& [slot, size] : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameAndSmallSizes()) {
+    Size const size = at.size;
     add(
-        {routine, "", slot, size, {.divisions = 1, .bytes = sizeof(T) + 8}}, plainForm,
-        [size = size](auto* compute) {
-          Planes<double> const out(size);
-          Planes<T> const white = noise<T>(size);
-          return Run{[=] { compute(out.data(), white.data(), size.samples(), kFactor1, kFactor2, T{kFlag}); }, out};
+        {routine, "", at, {.divisions = 1, .bytes = sizeof(T) + 8}}, plainForm,
+        [=](auto* compute) {
+          return planesRun(Planes<double>(size), noise<T>(size), [=](auto const& out, auto const& white) {
+            compute(out.data(), white.data(), size.samples(), kFactor1, kFactor2, T{kFlag});
+          });
         },
         KORVA_OPENCV_PEER(
                 .name = "cv::divide", .note = "to double, without flags", .tolerance = 1e-12, .outliers = kSpecialShare,
-                .prepare = [size = size] {
-                  Planes<double> const out(size);
-                  Planes<T> const white = noise<T>(size);
-                  return Run{[=] {
-                               cv::Mat target = mat(out);
-                               cv::divide(kFactor1 * kFactor2, mat(white), target, CV_64F);
-                             },
-                             out};
+                .prepare = [=] {
+                  return planesRun(Planes<double>(size), noise<T>(size), [](auto const& out, auto const& in) {
+                    cv::divide(kFactor1 * kFactor2, mat(in), mat(out), CV_64F);
+                  });
                 }));
   }
 }
 
 Planes<double> coefficientsFor(Size size) {
-  Planes<double> const coefficients(size), white = noise<double>(size, 1, 2);
-  for (unsigned long k = 0; k < size.samples(); ++k)
-    coefficients.data()[k] = white.data()[k] < 20 ? DBL_MAX : 1500 / (white.data()[k] + 4096);
+  Planes<double> const coefficients = noise<double>(size, 1, 2);
+  for (unsigned long k = 0; k < size.samples(); ++k) {
+    double& sample = coefficients.data()[k];
+    sample = sample < 20 ? DBL_MAX : 1500 / (sample + 4096);
+  }
   return coefficients;
 }
 
 template <class T, class Function, class... FullScale>
 void addReflectance(char const* routine, Function* plainForm, double operations, double tolerance,
                     FullScale... fullScale) {
-  for (auto const& [slot, size] : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameAndSmallSizes()) {
+    Size const size = at.size;
     Work const work{.doubleOperations = operations, .bytes = 2 * sizeof(T) + 8};
     add(
-        {routine, "", slot, size, work}, plainForm,
-        [=, size = size](auto* compute) {
-          Planes<T> const out(size), in = noise<T>(size);
-          Planes<double> const coefficients = coefficientsFor(size);
-          return Run{[=] {
-                       compute(out.data(), in.data(), coefficients.data(), size.samples(), kDivisor * 4096,
-                               fullScale..., T{kFlag}, T{kLimit});
-                     },
-                     out};
+        {routine, "", at, work}, plainForm,
+        [=](auto* compute) {
+          return planesRun(Planes<T>(size), noise<T>(size),
+                           [=, coefficients = coefficientsFor(size)](auto const& out, auto const& in) {
+                             compute(out.data(), in.data(), coefficients.data(), size.samples(), kDivisor, fullScale...,
+                                     T{kFlag}, T{kLimit});
+                           });
         },
         KORVA_OPENCV_PEER(
                 .name = "cv::multiply", .note = "in double, without flags and limits", .tolerance = tolerance,
-                .outliers = kSpecialShare, .prepare = [=, size = size] {
-                  Planes<T> const out(size), in = noise<T>(size);
-                  Planes<double> const coefficients = coefficientsFor(size);
-                  double const scale = (1.0 * ... * fullScale) / (kDivisor * 4096);
-                  return Run{[=] {
-                               cv::Mat target = mat(out);
-                               cv::multiply(mat(in), mat(coefficients), target, scale, target.type());
-                             },
-                             out};
+                .outliers = kSpecialShare, .prepare = [=] {
+                  double const scale = (1.0 * ... * fullScale) / kDivisor;
+                  return planesRun(Planes<T>(size), noise<T>(size),
+                                   [=, coefficients = coefficientsFor(size)](auto const& out, auto const& in) {
+                                     cv::multiply(mat(in), mat(coefficients), mat(out), scale, mat(out).type());
+                                   });
                 }));
   }
 }

@@ -5,10 +5,12 @@ namespace {
 
 template <class Function>
 void addBand(char const* routine, Function* plainForm, unsigned long widthMultiple) {
-  for (auto const& [slot, size] : frameSizes({8, 6}, widthMultiple)) {
-    add({routine, "", slot, size, {.bytes = 8}}, plainForm, [size = size](Function* computeBand) {
-      Planes<float> const out(size), in = noise<float>(size);
-      return Run{[=] { computeBand(out.rows(), in.rows(), size.width, size.height); }, out};
+  for (SlottedSize const& at : frameSizes({8, 6}, widthMultiple)) {
+    Size const size = at.size;
+    add({routine, "", at, {.bytes = 8}}, plainForm, [=](Function* computeBand) {
+      return planesRun(Planes<float>(size), noise<float>(size), [=](auto const& out, auto const& in) {
+        computeBand(out.rows(), in.rows(), size.width, size.height);
+      });
     });
   }
 }
@@ -21,24 +23,25 @@ void registerRgbxDemosaicing() {
   addBand("KORVA_Ref_RGBX_ComputeBand_B_float", plain::RGBX_ComputeBand_B_float, 4);
   addBand("KORVA_Ref_RGBX_ComputeBand_X_float", plain::RGBX_ComputeBand_X_float, 1);
 
-  for (auto const& [slot, size] : frameSizes({8, 6}, 4)) {
+  for (SlottedSize const& at : frameSizes({8, 6}, 4)) {
+    Size const size = at.size, bandSize{size.width - 6, size.height - 6};
     // The frame is read once, four bands and scratch are written once.
-    Row const row{"KORVA_Ref_RGBX_DemosaicFrame_float", "", slot, size, {.bytes = 24}};
     add(
-        row, plain::RGBX_DemosaicFrame_float,
-        [size = size](auto* demosaicFrame) {
-          Planes<float> const out({size.width - 6, size.height - 6}, 4), scratch(size), frame = noise<float>(size);
-          return Run{[=] { demosaicFrame(out.cube(), scratch.rows(), frame.rows(), size.width, size.height); }, out};
+        {"KORVA_Ref_RGBX_DemosaicFrame_float", "", at, {.bytes = 24}}, plain::RGBX_DemosaicFrame_float,
+        [=](auto* demosaicFrame) {
+          return planesRun(Planes<float>(bandSize, 4), noise<float>(size),
+                           [=, scratch = Planes<float>(size)](auto const& out, auto const& frame) {
+                             demosaicFrame(out.cube(), scratch.rows(), frame.rows(), size.width, size.height);
+                           });
         },
         KORVA_OPENCV_PEER(
                 .name = "cv::demosaicing", .note = "three bands of a Bayer frame, uint16", .tolerance = -1,
-                .prepare = [size = size] {
-                  Planes<unsigned short> const out(size, 3), in = noise<unsigned short>(size);
-                  return Run{[=] {
-                               cv::Mat target(mat(in).size(), CV_16UC3, out.data());
-                               cv::demosaicing(mat(in), target, cv::COLOR_BayerBG2RGB);
-                             },
-                             out};
+                .prepare = [=] {
+                  return planesRun(Planes<unsigned short>(size, 3), noise<unsigned short>(size),
+                                   [](auto const& out, auto const& in) {
+                                     cv::Mat const target(mat(in).size(), CV_16UC3, out.data());
+                                     cv::demosaicing(mat(in), target, cv::COLOR_BayerBG2RGB);
+                                   });
                 }));
   }
 }

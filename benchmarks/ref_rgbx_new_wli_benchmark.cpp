@@ -35,14 +35,15 @@ Run openCvPipeline(Size size, Planes<float> const& in, Planes<float> const& kern
 }  // namespace
 
 void registerRgbxNewWli() {
-  for (auto const& [slot, size] : frameSizes({7, 7})) {
+  for (SlottedSize const& at : frameSizes({7, 7})) {
+    Size const size = at.size;
     // Two filters, both colour conversions and the mix; four bands in, three out.
     Work const work{.doubleOperations = 2 * 98 + 7 + 9 + 3, .bytes = 28};
     Planes<float> kernel = noise<float>({7, 7});
     for (int k = 0; k < 49; ++k) kernel.data()[k] /= 49 * 2048;
     add(
-        {"KORVA_Ref_RGBX_ComputeNewWLI_float", "", slot, size, work}, plain::RGBX_ComputeNewWLI_float,
-        [=, size = size](auto* compute) {
+        {"KORVA_Ref_RGBX_ComputeNewWLI_float", "", at, work}, plain::RGBX_ComputeNewWLI_float,
+        [=](auto* compute) {
           Planes<float> const out({size.width - 6, size.height - 6}, 3), in = noise<float>(size, 4);
           Planes<float> const working(size, 3), ycc(size, 3);
           Planes<double> const weights({7, 7});
@@ -56,7 +57,7 @@ void registerRgbxNewWli() {
         },
         KORVA_OPENCV_PEER(
                 .name = "OpenCV, the same steps", .note = "interleaved colours, float sums", .tolerance = 8,
-                .prepare = [=, size = size] { return openCvPipeline(size, noise<float>(size, 4), kernel); }));
+                .prepare = [=] { return openCvPipeline(size, noise<float>(size, 4), kernel); }));
   }
 }
 

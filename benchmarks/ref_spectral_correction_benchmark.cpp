@@ -101,73 +101,77 @@ struct Shape {
   Size size;
   unsigned outBands, inBands;
 
-  Row row(char const* routine, std::size_t bytesPerSample) const {
-    Work const work{.doubleOperations = 2.0 * inBands,
-                    .bytes = static_cast<double>(bytesPerSample) * (1.0 + static_cast<double>(inBands) / outBands)};
-    return {routine, std::to_string(inBands) + " to " + std::to_string(outBands) + " bands",
-            slot,    size,
-            work,    size.samples() * outBands};
+  template <class T>
+  Row row(char const* routine) const {
+    double const bytes = sizeof(T) * (1.0 + static_cast<double>(inBands) / outBands);
+    return {routine,
+            std::to_string(inBands) + " to " + std::to_string(outBands) + " bands",
+            {slot, size},
+            {.doubleOperations = 2.0 * inBands, .bytes = bytes},
+            size.samples() * outBands};
   }
 };
 
-template <class T, class Function>
-void addInterleaved(Shape shape, char const* routine, Function* plainForm) {
-  auto const [slot, size, outBands, inBands] = shape;
+// Spectra one after another: all with one call, or one with each.
+template <class T, class Function, class Call>
+void addSpectra(Shape const& shape, char const* routine, Function* plainForm, Call call, Peer peer) {
   add(
-      shape.row(routine, sizeof(T)), plainForm,
-      [=, size = size, outBands = outBands, inBands = inBands](Function* apply) {
-        Planes<T> const out({outBands, size.samples()}), in = noise<T>({inBands, size.samples()});
-        Planes<double> const matrix = correctionMatrix(outBands, inBands);
-        return Run{[=] {
-                     apply(out.data(), in.data(), matrix.rows(), outBands, inBands,
-                           static_cast<unsigned>(size.samples()));
-                   },
-                   out};
+      shape.row<T>(routine), plainForm,
+      [=](Function* apply) {
+        auto const [slot, size, outBands, inBands] = shape;
+        return planesRun(Planes<T>({outBands, size.samples()}), noise<T>({inBands, size.samples()}),
+                         [=, matrix = correctionMatrix(outBands, inBands)](auto const& out, auto const& in) {
+                           call(apply, out, in, matrix.rows(), shape);
+                         });
+      },
+      peer);
+}
+
+template <class T, class Function>
+void addSingleSpectra(unsigned bands, char const* routine, Function* plainForm) {
+  Shape const shape{"one", {1000, 1}, bands, bands};
+  addSpectra<T>(
+      shape, routine, plainForm,
+      [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
+        for (unsigned long k = 0; k < of.size.samples(); ++k)
+          apply(out.rows()[k], in.rows()[k], matrix, of.outBands, of.inBands);
+      },
+      KORVA_OPENBLAS_PEER(T, "dgemv", dgemvSpectra<T>(shape.size, bands, bands)));
+}
+
+template <class T, class Function>
+void addInterleaved(Shape const& shape, char const* routine, Function* plainForm) {
+  addSpectra<T>(
+      shape, routine, plainForm,
+      [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
+        apply(out.data(), in.data(), matrix, of.outBands, of.inBands, static_cast<unsigned>(of.size.samples()));
       },
       KORVA_OPENBLAS_PEER(T, "dgemm", dgemmInterleaved<T>(shape.size, shape.outBands, shape.inBands)));
 }
 
 template <class T, class Function>
-void addSequential(Shape shape, char const* routine, Function* plainForm) {
-  auto const [slot, size, outBands, inBands] = shape;
+void addSequential(Shape const& shape, char const* routine, Function* plainForm) {
   add(
-      shape.row(routine, sizeof(T)), plainForm,
-      [=, size = size, outBands = outBands, inBands = inBands](Function* apply) {
-        Planes<T> const out(size, outBands), in = noise<T>(size, inBands);
-        Planes<double> const matrix = correctionMatrix(outBands, inBands), scratch(size);
-        return Run{[=] {
-                     apply(out.cube(), scratch.data(), in.cube(), matrix.rows(), outBands, inBands,
-                           static_cast<unsigned>(size.samples()));
-                   },
-                   out};
+      shape.row<T>(routine), plainForm,
+      [=](Function* apply) {
+        Planes<double> const matrix = correctionMatrix(shape.outBands, shape.inBands), scratch(shape.size);
+        return planesRun(Planes<T>(shape.size, shape.outBands), noise<T>(shape.size, shape.inBands),
+                         [=](auto const& out, auto const& in) {
+                           apply(out.cube(), scratch.data(), in.cube(), matrix.rows(), shape.outBands, shape.inBands,
+                                 static_cast<unsigned>(shape.size.samples()));
+                         });
       },
       KORVA_OPENBLAS_PEER(T, "dgemm", dgemmSequential<T>(shape.size, shape.outBands, shape.inBands)));
-}
-
-template <class T, class Function>
-void addSpectra(unsigned bands, char const* routine, Function* plainForm) {
-  Shape const shape{"one", {1000, 1}, bands, bands};
-  add(
-      shape.row(routine, sizeof(T)), plainForm,
-      [=](Function* apply) {
-        Planes<T> const out({bands, shape.size.samples()}), in = noise<T>({bands, shape.size.samples()});
-        Planes<double> const matrix = correctionMatrix(bands, bands);
-        return Run{[=] {
-                     for (unsigned long k = 0; k < shape.size.samples(); ++k)
-                       apply(out.rows()[k], in.rows()[k], matrix.rows(), bands, bands);
-                   },
-                   out};
-      },
-      KORVA_OPENBLAS_PEER(T, "dgemv", dgemvSpectra<T>(shape.size, bands, bands)));
 }
 
 }  // namespace
 
 void registerSpectralCorrection() {
-  for (unsigned const bands : {16, 25}) {
-    addSpectra<float>(bands, "KORVA_Ref_SC_ApplySpectralCorrection_float", plain::SC_ApplySpectralCorrection_float);
-    addSpectra<unsigned short>(bands, "KORVA_Ref_SC_ApplySpectralCorrection_uint16",
-                               plain::SC_ApplySpectralCorrection_uint16);
+  for (unsigned const bands : {16u, 25u}) {
+    addSingleSpectra<float>(bands, "KORVA_Ref_SC_ApplySpectralCorrection_float",
+                            plain::SC_ApplySpectralCorrection_float);
+    addSingleSpectra<unsigned short>(bands, "KORVA_Ref_SC_ApplySpectralCorrection_uint16",
+                                     plain::SC_ApplySpectralCorrection_uint16);
   }
 
   // Cubes from whole frames: 16 bands of a 4 x 4 mosaic, 25 of a 5 x 5 one. And one with a line scanner's bands.

@@ -38,7 +38,7 @@ void addSnapshotRoad(Size frameSize, unsigned cell) {
   unsigned const bands = cell * cell;
   Size const size{frameSize.width / cell, frameSize.height / cell};
   std::string const variant = std::to_string(cell) + " x " + std::to_string(cell) + " mosaic";
-  addRow({"snapshot road", variant, "road", frameSize}, [=](Form form) {
+  addRow({"snapshot road", variant, {"road", frameSize}}, [=](Form form) {
     auto* const getBandImage = routine(form, "KORVA_Ref_CG_SSM_GetBandImage_uint16", plain::CG_SSM_GetBandImage_uint16);
     auto* const demosaic =
         routine(form, "KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16", plain::DM_ApplyDemosaicingBilinear_uint16);
@@ -66,7 +66,7 @@ void addSnapshotRoad(Size frameSize, unsigned cell) {
 void addLineScanRoad(Size frameSize, unsigned bands, unsigned long strip) {
   std::string const variant = std::to_string(bands) + " bands of " + std::to_string(strip) + " rows";
   unsigned long const width = frameSize.width, last = bands - 1;
-  addRow({"line-scan road", variant, "road", frameSize}, [=](Form form) {
+  addRow({"line-scan road", variant, {"road", frameSize}}, [=](Form form) {
     auto* const stitch = routine(form, "KORVA_Ref_CG_LS_StitchBandImage_uint16", plain::CG_LS_StitchBandImage_uint16);
     auto* const getSlice =
         routine(form, "KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16", plain::CG_LS_GetStitchedSlice_BSQ_uint16);
@@ -83,7 +83,7 @@ void addLineScanRoad(Size frameSize, unsigned bands, unsigned long strip) {
 }
 
 void addRgbxRoad(Size frameSize) {
-  addRow({"RGBX road", "with new WLI", "road", frameSize}, [=](Form form) {
+  addRow({"RGBX road", "with new WLI", {"road", frameSize}}, [=](Form form) {
     auto* const demosaicFrame = routine(form, "KORVA_Ref_RGBX_DemosaicFrame_float", plain::RGBX_DemosaicFrame_float);
     auto* const computeNewWli = routine(form, "KORVA_Ref_RGBX_ComputeNewWLI_float", plain::RGBX_ComputeNewWLI_float);
     Size const size{frameSize.width - 6, frameSize.height - 6};

@@ -45,17 +45,19 @@ class Results:
                 self.rates[resource][int(footprint or 0)] = self.runs[name]["operations"] / time
 
     def rows(self):
-        """Groups of a routine's forms: {(routine, variant, slot): {form: benchmark name}}"""
+        """Groups of a routine's forms: {(routine, variant, slot): {form: benchmark name}}; none with a wrong result."""
         rows = collections.defaultdict(dict)
+        failed = {tuple(name.split("/")[:3]) for name in self.failures}
         for name in sorted(self.times, key=lambda name: self.runs[name]["family_index"]):
             if not name.startswith("limit/"):
                 routine, variant, slot, form = name.split("/")
-                rows[routine, variant, slot][form] = name
+                if (routine, variant, slot) not in failed:
+                    rows[routine, variant, slot][form] = name
         return rows
 
     def bandwidth(self, footprint):
         """Bytes per nanosecond of the faster copy, interpolated between the measured footprints."""
-        copies = [self.rates[name] for name in ("memcpy", "copy loop") if name in self.rates]
+        copies = [self.rates[name] for name in ("memcpy", "vector copy") if name in self.rates]
         if not copies:
             return None
         sizes = sorted(copies[0])
@@ -97,7 +99,7 @@ def number(value):
 
 
 def shown(name, variant):
-    return f"`{name.removeprefix(PREFIX)}`" + (f" {variant}" if variant else "")
+    return f"`{name.removeprefix(PREFIX)}` {variant}".strip().replace(" x ", " × ")
 
 
 def markdown(header, rows):
