@@ -39,22 +39,10 @@ struct Mix {
 constexpr std::size_t kKernelSize = 7;
 constexpr std::size_t kKernelMargin = 3;
 
-// What a sample of the filtered image is: 49 products added in storage order of the kernel.
-// window holds seven rows, whose windows start at column.
-template <typename Sample>
-KORVA_INLINE float weightedSum(Sample const* const* window, std::size_t column, double const* kernel) {
-  double sum = 0.0;
-  for (std::size_t ky = 0; ky < kKernelSize; ++ky) {
-    for (std::size_t kx = 0; kx < kKernelSize; ++kx) {
-      sum += static_cast<double>(window[ky][column + kx]) * kernel[ky * kKernelSize + kx];
-    }
-  }
-  return static_cast<float>(sum);
-}
-
 // Filters a whole image, its columns in strips. The samples of a strip are widened once into a ring of eight rows that
-// stays in the first cache level. From it, blocks of two output rows by six vectors are summed in registers: a vector
-// of samples is loaded once for both rows, and each sum still meets its 49 products in storage order.
+// stays in the first cache level, and the weights into vectors of equal lanes. From them, blocks of two output rows by
+// six vectors are summed in registers: a vector of samples is loaded once for both rows, and each sum still meets its
+// 49 products in storage order.
 template <int vectorBytes>
 struct FilterImage7x7 {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
@@ -62,20 +50,30 @@ struct FilterImage7x7 {
   static constexpr std::size_t kBlock = kBlockVectors * kLanes;
   static constexpr std::size_t kStrip = 10 * kBlock;
   static constexpr std::size_t kRing = 8;
+  static constexpr std::size_t kAhead = 4;
   static constexpr std::size_t kRowStride = kStrip + 8;  // whole cache lines, and room for both margins
   using Doubles = korva::Vector<double, kLanes>;
   using Floats = korva::Vector<float, kLanes>;
 
+  // What a sample of the filtered image is: 49 products added in storage order of the kernel. rows are the seven rows
+  // of its window, which starts at column.
+  KORVA_INLINE static float weightedSum(double const* const* rows, std::size_t column, Doubles const* kernel) {
+    double sum = 0.0;
+    for (std::size_t ky = 0; ky < kKernelSize; ++ky) {
+      for (std::size_t kx = 0; kx < kKernelSize; ++kx) sum += rows[ky][column + kx] * kernel[ky * kKernelSize + kx][0];
+    }
+    return static_cast<float>(sum);
+  }
+
   // Adds to the sums of one or two output rows what one input row contributes; weights0 or weights1 is null for the row
   // that does not see the input row.
   template <bool first, bool second, std::size_t vectors>
-  KORVA_INLINE static void addRow(Doubles (&sums)[2][vectors], double const* row, double const* weights0,
-                                  double const* weights1) {
+  KORVA_INLINE static void addRow(Doubles (&sums)[2][vectors], double const* row, Doubles const* weights0,
+                                  Doubles const* weights1) {
     for (std::size_t kx = 0; kx < kKernelSize; ++kx) {
-      auto weight0 = korva::broadcast<Doubles>(first ? weights0[kx] : 0.0);
-      auto weight1 = korva::broadcast<Doubles>(second ? weights1[kx] : 0.0);
-      if constexpr (first) korva::keepInRegister(weight0);
-      if constexpr (second) korva::keepInRegister(weight1);
+      Doubles weight0, weight1;
+      if constexpr (first) korva::keepInRegister(weight0 = weights0[kx]);
+      if constexpr (second) korva::keepInRegister(weight1 = weights1[kx]);
 #pragma GCC unroll 8
       for (std::size_t v = 0; v < vectors; ++v) {
         auto samples = korva::loadLanes<Doubles>(row + kx + v * kLanes);
@@ -90,11 +88,11 @@ struct FilterImage7x7 {
   // window.
   template <bool pair, std::size_t vectors>
   KORVA_INLINE static void filterBlock(float* out0, float* out1, double const* const* rows, std::size_t column,
-                                       double const* kernel) {
+                                       Doubles const* kernel) {
     Doubles sums[2][vectors] = {};
     addRow<true, false>(sums, rows[0] + column, kernel, nullptr);
     for (std::size_t ky = 1; ky < kKernelSize; ++ky) {
-      double const* const weights = kernel + ky * kKernelSize;
+      Doubles const* const weights = kernel + ky * kKernelSize;
       addRow<true, pair>(sums, rows[ky] + column, weights, weights - kKernelSize);
     }
     if constexpr (pair) addRow<false, true>(sums, rows[7] + column, nullptr, kernel + 6 * kKernelSize);
@@ -109,7 +107,7 @@ struct FilterImage7x7 {
   // One or two output rows of count columns. The last block may overlap its neighbour: it computes the same again.
   template <bool pair>
   KORVA_INLINE static void filterRows(float* out0, float* out1, double const* const* rows, std::size_t count,
-                                      double const* kernel) {
+                                      Doubles const* kernel) {
     if (count >= kBlock) {
       for (std::size_t column = 0; column + kBlock <= count; column += kBlock) {
         filterBlock<pair, kBlockVectors>(out0, out1, rows, column, kernel);
@@ -128,11 +126,17 @@ struct FilterImage7x7 {
     }
   }
 
+  template <bool forWriting>
+  KORVA_INLINE static void prefetchRow(float const* row, std::size_t count) {
+    constexpr std::size_t kLine = 64 / sizeof(float);
+    for (std::size_t c = 0; c < count; c += kLine) __builtin_prefetch(row + c, forWriting ? 1 : 0);
+  }
+
   KORVA_INLINE static void run(float* const* out, float const* const* in, std::size_t width, std::size_t height,
                                double const* kernel) {
     alignas(64) double ring[kRing][kRowStride];
-    double weights[kKernelSize * kKernelSize];
-    for (std::size_t k = 0; k < kKernelSize * kKernelSize; ++k) weights[k] = kernel[k];
+    Doubles weights[kKernelSize * kKernelSize];
+    for (std::size_t k = 0; k < kKernelSize * kKernelSize; ++k) weights[k] = korva::broadcast<Doubles>(kernel[k]);
 
     std::size_t const outColumns = width - 2 * kKernelMargin;
     for (std::size_t left = 0; left < outColumns; left += kStrip) {
@@ -143,11 +147,17 @@ struct FilterImage7x7 {
         for (std::size_t const needed = row + kKernelMargin + (pair ? 2 : 1); widened < needed; ++widened) {
           float const* const source = in[widened] + left;
           double* const target = ring[widened % kRing];
+          // Down a strip each row is a new page, for which the processor does not fetch ahead by itself.
+          if (widened + kAhead < height) prefetchRow<false>(in[widened + kAhead] + left, count);
           for (std::size_t c = 0; c < count + 2 * kKernelMargin; ++c) target[c] = static_cast<double>(source[c]);
         }
         double const* rows[kRing];
         for (std::size_t k = 0; k < kRing; ++k) rows[k] = ring[(row - kKernelMargin + k) % kRing];
         float* const out0 = out[row] + kKernelMargin + left;
+        if (row + kAhead + 1 < height) {
+          prefetchRow<true>(out[row + kAhead] + left, count);
+          prefetchRow<true>(out[row + kAhead + 1] + left, count);
+        }
         if (pair) {
           filterRows<true>(out0, out[row + 1] + kKernelMargin + left, rows, count, weights);
         } else {
