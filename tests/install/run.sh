@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# Installs a built library, moves the installation and builds hosts against it in the ways that hosts use.
+# Usage: run.sh <build folder> <work folder>
+set -euo pipefail
+
+source=$(cd "$(dirname "$0")" && pwd)
+build=$1
+mkdir -p "$2"
+work=$(cd "$2" && pwd)
+moved=$work/moved
+warnings=(-Wall -Wextra -Wpedantic -Werror)
+
+# expect <output> <command>...: the command must succeed and print exactly this.
+expect() {
+  local expected=$1 found
+  shift
+  found=$("$@")
+  [ "$found" = "$expected" ] || { echo "$*: expected '$expected', found '$found'" >&2; exit 1; }
+}
+
+# expect_failure <what> <command>...
+expect_failure() {
+  local what=$1
+  shift
+  if "$@" >/dev/null 2>&1; then
+    echo "$what is accepted" >&2
+    exit 1
+  fi
+}
+
+rm -rf "${work:?}"/*
+cmake --install "$build" --prefix "$work/prefix"
+mv "$work/prefix" "$moved"
+library=$(find "$moved" -name libkorva_reference_api.so.1.0)
+libraries=$(dirname "$library")
+version=$(sed -n 's/^Version: //p' "$libraries/pkgconfig/korva_reference_api.pc")
+
+echo "No file of the installation names a folder of the build or of the first prefix."
+expect_failure "an absolute path" grep -rF -e "$work/prefix" -e "$(cd "$build" && pwd)" "$moved"
+
+echo "find_package, and not with another major version."
+hosts=$work/find_package
+cmake -S "$source" -B "$hosts" -G Ninja -DCMAKE_PREFIX_PATH="$moved" -DCMAKE_C_FLAGS="${warnings[*]}" \
+  -DCMAKE_CXX_FLAGS="${warnings[*]}"
+cmake --build "$hosts"
+expect "$version: 5 6 9 10" "$hosts/c_host"
+expect "$version: 5 6 9 10" "$hosts/cpp_host"
+expect_failure "version 2.0" cmake -S "$source" -B "$work/other_version" -G Ninja -DCMAKE_PREFIX_PATH="$moved" \
+  -DKORVA_VERSION=2.0
+
+echo "pkg-config."
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs korva_reference_api)"
+gcc -std=c99 "${warnings[@]}" "$source/c_host.c" -o "$work/c_host" "${flags[@]}"
+g++ -std=c++11 "${warnings[@]}" "$source/cpp_host.cpp" -o "$work/cpp_host" "${flags[@]}"
+expect "$version: 5 6 9 10" env LD_LIBRARY_PATH="$libraries" "$work/c_host"
+expect "$version: 5 6 9 10" env LD_LIBRARY_PATH="$libraries" "$work/cpp_host"
+
+echo "The file alone beside a host is enough to run it."
+mkdir "$work/alone"
+cp "$library" "$work/c_host" "$work/alone"
+expect "$version: 5 6 9 10" env LD_LIBRARY_PATH="$work/alone" "$work/alone/c_host"
