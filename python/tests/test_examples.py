@@ -1,0 +1,147 @@
+"""The examples, other programs' view of the written cubes, and an installation: slow, or in need of more packages."""
+
+import os
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import korva_reference as korva
+
+PYTHON = Path(korva.__file__).parents[1]
+EXAMPLES = PYTHON / "examples"
+pytestmark = pytest.mark.deep
+
+
+def run(*command, **options):
+    result = subprocess.run(list(map(str, command)), capture_output=True, text=True, **options)
+    assert result.returncode == 0, result.stdout + result.stderr
+    return result.stdout
+
+
+def many_frames(output, *arguments):
+    return [sys.executable, EXAMPLES / "many_frames.py", "--width=512", "--height=272", "--synthetic=40",
+            "--output", output, *arguments]
+
+
+def cubes(folder):
+    return {path.name: path.read_bytes() for path in sorted(Path(folder).glob("cube_*"))}
+
+
+def test_many_frames_in_threads_gives_the_whole_image_filters_bits(tmp_path):
+    run(*many_frames("plain", "--median=0", "--threads=2"))
+    assert len(cubes("plain")) == 80
+    frames = [f"--{name}=plain/input/{file}" for name, file in
+              (("frames", "frames"), ("white", "white.raw"), ("bias", "bias.raw"), ("matrix", "matrix.txt"))]
+    # Blocks of odd height, the last one small; and all frames in one file instead of a folder.
+    recording = b"".join(path.read_bytes() for path in sorted(Path("plain/input/frames").iterdir()))
+    Path("recording.raw").write_bytes(recording)
+    for size, whole in ((3, korva.median_filter_3x3), (5, korva.median_filter_5x5)):
+        output = f"median{size}"
+        run(*many_frames(output, *frames[1:], "--frames=recording.raw", f"--median={size}", "--rows=21"))
+        assert len(cubes(output)) == 80
+        for index in (0, 39):
+            plain, _ = korva.envi.read(f"plain/cube_{index:06}.raw")
+            filtered, _ = korva.envi.read(f"{output}/cube_{index:06}.raw")
+            assert filtered.tobytes() == whole(plain).tobytes() != plain.tobytes()
+    # Stopped and started again, only what is missing is computed; other settings are refused.
+    before = {name: os.stat(f"plain/{name}").st_mtime_ns for name in cubes("plain")}
+    for name in ("cube_000003.hdr", "cube_000017.raw"):
+        os.unlink(f"plain/{name}")
+    assert "40 frames, 38 already done" in run(*many_frames("plain", "--median=0"))
+    changed = {name for name, when in before.items() if os.stat(f"plain/{name}").st_mtime_ns != when}
+    assert changed == {"cube_000003.raw", "cube_000003.hdr", "cube_000017.raw", "cube_000017.hdr"}
+    refused = subprocess.run(many_frames("plain", "--median=5"), capture_output=True, text=True)
+    assert refused.returncode != 0 and "expected results of the same settings" in refused.stderr
+
+
+def test_many_frames_on_a_cluster_survives_the_death_of_a_worker(tmp_path):
+    from distributed import LocalCluster
+
+    run(*many_frames("threads", "--threads=2"))
+    expected = cubes("threads")
+    arguments = [f"--{name}=threads/input/{file}" for name, file in
+                 (("frames", "frames"), ("white", "white.raw"), ("bias", "bias.raw"), ("matrix", "matrix.txt"))]
+    with LocalCluster(n_workers=2, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as cluster:
+        script = subprocess.Popen(many_frames("cluster", *arguments, "--scheduler", cluster.scheduler_address),
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        while len(list(Path("cluster").glob("cube_*.hdr"))) < 8:
+            assert script.poll() is None, script.stdout.read()
+            time.sleep(0.005)
+        os.kill(cluster.workers[0].pid, signal.SIGKILL)
+        done = len(list(Path("cluster").glob("cube_*.hdr")))
+        output, _ = script.communicate(timeout=300)
+    assert script.returncode == 0, output
+    assert done < 40, "the worker was killed too late to prove anything"
+    assert cubes("cluster") == expected and not list(Path("cluster").glob(".*"))
+
+
+def test_written_cubes_open_in_gdal_and_spectral_python(tmp_path):
+    import spectral
+    from osgeo import gdal
+
+    gdal.UseExceptions()
+    cube = np.random.default_rng(4).integers(0, 10000, (5, 7, 6)).astype(np.uint16)
+    for interleave in ("bsq", "bil", "bip"):
+        for dtype in (np.uint16, np.float32, np.float64):
+            name = f"{interleave}_{np.dtype(dtype)}"
+            korva.envi.write(f"{name}.raw", cube.astype(dtype), interleave=interleave,
+                             wavelength=[450, 500, 550, 600, 650.5], default_bands=[4, 2, 0])
+            image = spectral.open_image(f"{name}.hdr")
+            assert image.bands.centers == [450, 500, 550, 600, 650.5] and image.bands.band_unit == "Nanometers"
+            assert np.array_equal(image.load(dtype=dtype).transpose(2, 0, 1), cube)
+            assert image.metadata["default bands"] == ["5", "3", "1"]
+            dataset = gdal.Open(f"{name}.raw")
+            assert dataset.GetDriver().ShortName == "ENVI" and np.array_equal(dataset.ReadAsArray(), cube)
+            assert dataset.ReadAsArray().dtype == dtype
+            assert dataset.GetRasterBand(5).GetMetadata()["wavelength"] == "650.5"
+            colours = [dataset.GetRasterBand(band).GetColorInterpretation() for band in (5, 3, 1)]
+            assert colours == [gdal.GCI_RedBand, gdal.GCI_GreenBand, gdal.GCI_BlueBand]
+            # And the other way: what Spectral Python writes is read here.
+            spectral.envi.save_image(f"other_{name}.hdr", cube.transpose(1, 2, 0).astype(dtype), interleave=interleave)
+            assert np.array_equal(korva.envi.read(f"other_{name}.hdr")[0], cube)
+
+
+def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
+    run(sys.executable, "-m", "venv", "--system-site-packages", "venv")
+    python = tmp_path / "venv/bin/python"
+    environment = {key: value for key, value in os.environ.items() if not key.startswith(("PYTHONPATH", "KORVA_"))}
+    # From a copy of the two folders that it needs: the build leaves files beside the sources.
+    for folder in ("python", "include"):
+        run("cp", "-r", PYTHON.parent / folder, tmp_path / folder)
+    run(python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index", tmp_path / "python", env=environment)
+    library = tmp_path / "venv/lib/libkorva_reference_api.so.1.0"
+    library.write_bytes(Path(os.environ["KORVA_REFERENCE_LIBRARY"]).read_bytes())
+    where = run(python, "-c", "import korva_reference as k; print(k.__file__)", env=environment, cwd="/").strip()
+    assert where.startswith(str(tmp_path / "venv"))
+    assert (Path(where).parent / "py.typed").exists()
+    version = run(python, "-c", "from importlib.metadata import version; print(version('korva-reference'))", cwd="/")
+    header = (tmp_path / "include/korva_reference_api.h").read_text()
+    for part, number in zip(("MAJOR", "MINOR", "PATCH"), version.strip().split(".")):
+        assert f"KORVA_REFERENCE_API_VERSION_{part} {number}\n" in header
+    output = run(python, "-m", "pytest", "-q", "-p", "no:cacheprovider", "--doctest-modules", "--rootdir", tmp_path / "venv",
+                 Path(where).parent, env=environment, cwd=tmp_path)
+    assert " passed" in output and "skipped" not in output
+
+
+def test_reflectance_example_draws_its_pictures_and_takes_own_frames(tmp_path):
+    output = run(sys.executable, EXAMPLES / "reflectance.py", "--width=512", "--height=272", "--output=own")
+    angles = [float(word) for word in output.split() if word.replace(".", "").isdigit()][:2]
+    assert angles[1] < 0.6 * angles[0] and angles[1] < 1.5, output
+    assert {path.name for path in Path("own").iterdir()} == {
+        "1_frame.png", "2_composite.png", "3_spectra.png", "4_error.png", "reflectance.raw", "reflectance.hdr"}
+    sys.path.insert(0, str(EXAMPLES))
+    import synthetic_scene
+
+    camera = synthetic_scene.Camera(272, 512)
+    for name in ("frame", "white", "bias"):
+        korva.write_raw_data(f"{name}.raw", getattr(camera, name)())
+    np.savetxt("matrix.txt", synthetic_scene.correction_matrix())
+    run(sys.executable, EXAMPLES / "reflectance.py", "--width=512", "--height=272", "--frame=frame.raw",
+        "--white=white.raw", "--bias=bias.raw", "--matrix=matrix.txt", "--points", "30,20", "5,5", "--output=given")
+    assert Path("given/reflectance.raw").read_bytes() == Path("own/reflectance.raw").read_bytes()
+    assert not Path("given/4_error.png").exists()
