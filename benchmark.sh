@@ -13,11 +13,11 @@ Usage: ./benchmark.sh [options]
   --quick           one short repetition: checks that everything runs and compares, measures little
   --no-peers        do without OpenCV and OpenBLAS
   --summary         one line per routine
-  --update-readme   put that summary into README.md
+  --update-readme   put that summary, or the scaling table, into README.md
 USAGE
 }
 
-filter=. peers=ON program=() repetitions=7 seconds=0.02 summary=() readme=
+filter=. peers=ON quick='' program=() repetitions=7 seconds=0.02 summary=() readme=
 while [ $# -gt 0 ]; do
   case $1 in
     --filter)
@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
       shift
       ;;
     --scaling) program=(--scaling) repetitions=3 ;;
-    --quick) repetitions=1 seconds=0.001 ;;
+    --quick) quick=1 ;;
     --no-peers) peers=OFF ;;
     --summary) summary=(--summary) ;;
     --update-readme) readme=README.md ;;
@@ -42,6 +42,11 @@ while [ $# -gt 0 ]; do
   shift
 done
 
+if [ -n "$readme" ] && [ "$filter$peers$quick" != .ON ]; then
+  echo "--update-readme goes with a full run: no --filter, --quick or --no-peers." >&2
+  exit 2
+fi
+
 packages=(cmake g++ ninja-build libbenchmark-dev python3)
 [ $peers = OFF ] || packages+=(libopencv-imgproc-dev libopenblas-dev)
 require_packages "${packages[@]}"
@@ -51,14 +56,19 @@ cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKORVA_BUILD_TESTS=OFF
   -DKORVA_BENCHMARK_PEERS=$peers >/dev/null
 cmake --build $build >$build/build.txt || { cat $build/build.txt >&2; exit 1; }
 
-# The last processor that this process may use: the first one tends to serve the interrupts.
+# One processor, the one that was idle the longest during a second.
 pin=()
-if command -v taskset >/dev/null; then
-  pin=(taskset -c "$(taskset -cp $$ | sed 's/.*[-, ]//')")
+idlest=$({ cat /proc/stat; sleep 1; cat /proc/stat; } | awk '
+  /^cpu[0-9]/ && $1 in before { if ($5 - before[$1] >= most) { most = $5 - before[$1]; idlest = substr($1, 4) } }
+  /^cpu[0-9]/ { before[$1] = $5 }
+  END { print idlest }')
+if taskset -c "$idlest" true 2>/dev/null; then
+  pin=(taskset -c "$idlest")
 fi
 cpu=$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)
 
-echo "Measuring. A full run takes about 8 minutes." >&2
+[ -z "$quick" ] || repetitions=1 seconds=0.001
+echo "Measuring, about 8 minutes for all rows." >&2
 results=$build/results.json
 OPENBLAS_NUM_THREADS=1 "${pin[@]}" $build/benchmarks/korva_benchmark "${program[@]}" \
   --benchmark_filter="$filter|^limit/" --benchmark_repetitions=$repetitions --benchmark_min_time=$seconds \

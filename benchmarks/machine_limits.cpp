@@ -108,6 +108,15 @@ void registerMachineLimits() {
   registerCopy("limit/vector copy", copyByVectors);
 #endif
   registerCopy("limit/memcpy", copyByLibrary);
+
+  // The same call in all forms: its ratios tell how far the others are to be trusted.
+  for (SlottedSize const& at : frameSizes()) {
+    addRow({"memcpy", "float", at, {.bytes = 8}}, [size = at.size](Form) {
+      return planesRun(Planes<float>(size), noise<float>(size), [](auto const& out, auto const& in) {
+        std::memcpy(out.data(), in.data(), in.samples() * sizeof(float));
+      });
+    });
+  }
 }
 
 }  // namespace korva::benchmarks

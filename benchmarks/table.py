@@ -9,7 +9,6 @@ import statistics
 import sys
 
 PREFIX = "KORVA_Ref_"
-BEGIN, END = "<!-- benchmark:begin -->", "<!-- benchmark:end -->"
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 RESOURCES = {
     "doubleOperations": "multiply, add",
@@ -18,6 +17,11 @@ RESOURCES = {
     "minMaxFloat": "min, max",
     "bytes": "bandwidth",
 }
+
+SUMMARY_LEGEND = (
+    "Frames of 2048 × 1088 where no other size is said, medians of processor time on one core. Odd size: time per "
+    "sample at 2047 × 1087 over that at 2048 × 1088. memcpy is the same call in all columns. ~: the middle half of "
+    "the repetitions spans more than a fifth.")
 
 
 class Results:
@@ -155,8 +159,8 @@ def summary_table(results):
                      number(cache.peer) if cache else "", number(main.plain), number(main.baseline),
                      number(main.of_limit), number(cache.of_limit) if cache else "", main.limited_by,
                      number(odd.per_sample / main.per_sample) if odd else "", main.peer_name])
-    return markdown(["routine", "ns/sample", "peer ÷ ours", "512 × 512", "plain ÷ ours", "SIMD off ÷ ours",
-                     "of limit", "512 × 512", "limit", "odd size", "peer"], rows)
+    return markdown(["routine", "ns/sample", "peer ÷ ours", "at 512 × 512", "plain ÷ ours", "SIMD off ÷ ours",
+                     "of limit", "at 512 × 512", "limit", "odd size", "peer"], rows) + f"\n\n{SUMMARY_LEGEND}"
 
 
 def road_table(results):
@@ -176,8 +180,13 @@ def scaling_table(results):
         by_routine[routine, variant][slot] = Figures(results, forms)
         if slot not in sizes:
             sizes.append(slot)
-    key = lambda size: [int(edge) for edge in reversed(size.split("x"))]
-    sizes.sort(key=key)
+
+    def order(size):
+        """Squares, then rows of odd and page-sized lengths, then narrow images."""
+        width, height = map(int, size.split("x"))
+        return (0 if width == height else 1 if width > 64 else 2), width
+
+    sizes.sort(key=order)
     header = ["ns/sample"] + [shown(*routine) for routine in by_routine]
     rows = [[size.replace("x", " × ")] + [number(found[size].per_sample) + found[size].noise if size in found else ""
                                           for found in by_routine.values()] for size in sizes]
@@ -212,21 +221,22 @@ def main():
     results = Results(options.results)
     for name, message in results.failures.items():
         print(f"{name}: {message}", file=sys.stderr)
-    if not results.times:
-        sys.exit("No results: does the filter match?")
+    if not results.rows():
+        sys.exit("No rows: does the filter match any?")
 
     scaling = any(slot[0].isdigit() for _, _, slot in results.rows())
     tables = [scaling_table(results)] if scaling else [
         summary_table(results) if options.summary or options.readme else full_table(results), road_table(results)]
     text = "\n\n".join(part for part in [caption(results), *tables, limits_line(results)] if part)
-    if options.readme:
+    if options.readme and not results.failures:
+        begin, end = (f"<!-- {'scaling' if scaling else 'benchmark'}:{place} -->" for place in ("begin", "end"))
         with open(options.readme, encoding="utf-8") as file:
-            before, begin, rest = file.read().partition(BEGIN)
-        _, end, after = rest.partition(END)
-        if not begin or not end:
-            sys.exit(f"{options.readme} lacks the lines {BEGIN} and {END}")
+            before, found, rest = file.read().partition(begin)
+        _, found_end, after = rest.partition(end)
+        if not found or not found_end:
+            sys.exit(f"{options.readme} lacks the lines {begin} and {end}")
         with open(options.readme, "w", encoding="utf-8") as file:
-            file.write(f"{before}{BEGIN}\n{text}\n{END}{after}")
+            file.write(f"{before}{begin}\n{text}\n{end}{after}")
     else:
         print(text)
     sys.exit(1 if results.failures else 0)
