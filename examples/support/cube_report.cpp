@@ -1,0 +1,91 @@
+#include "cube_report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "spectra_plot.h"
+
+namespace host {
+namespace {
+
+// Wavelengths, or band numbers where they are unknown.
+std::vector<double> axisOf(SpectralCorrection const& correction) {
+  std::vector<double> axis = correction.wavelengths;
+  if (axis.empty()) {
+    axis.resize(correction.matrix.size());
+    std::iota(axis.begin(), axis.end(), 0.0);
+  }
+  return axis;
+}
+
+}  // namespace
+
+std::vector<unsigned long> colourBands(SpectralCorrection const& correction) {
+  std::vector<double> const axis = axisOf(correction);
+  std::vector<double> wanted{640, 550, 465};
+  if (correction.wavelengths.empty()) {
+    for (double& place : wanted) place = axis.back() * (place - 400) / 300;
+  }
+  std::vector<unsigned long> bands;
+  for (double const place : wanted) {
+    auto const nearest = std::min_element(axis.begin(), axis.end(), [=](double a, double b) {
+      return std::abs(a - place) < std::abs(b - place);
+    });
+    bands.push_back(static_cast<unsigned long>(nearest - axis.begin()));
+  }
+  return bands;
+}
+
+std::vector<Landmark> spreadPoints(unsigned long width, unsigned long height) {
+  std::vector<Landmark> points;
+  for (unsigned long k = 0; k < 6; ++k) {
+    unsigned long const row = (2 * (k / 3) + 1) * height / 4;
+    unsigned long const column = (2 * (k % 3) + 1) * width / 6;
+    points.push_back({"row " + std::to_string(row) + ", column " + std::to_string(column), row, column});
+  }
+  return points;
+}
+
+CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, SpectralCorrection const& correction,
+                      double fullScale, std::vector<Landmark> const& points, TruthRow const& truthRow,
+                      std::string const& title) {
+  std::vector<std::size_t> const counterparts = correction.counterparts();
+  std::vector<unsigned long> const colours = colourBands(correction);
+  unsigned long const width = corrected.width();
+  unsigned long const height = corrected.height();
+
+  double white = 1;
+  for (unsigned long const band : colours) {
+    white = std::max(white, percentile(std::span<unsigned short const>(corrected.plane(band), width * height), 0.985));
+  }
+  Picture const after = colourPicture(corrected.plane(colours[0]), corrected.plane(colours[1]),
+                                      corrected.plane(colours[2]), width, height, white);
+  Picture const before =
+      colourPicture(reflectance.plane(counterparts[colours[0]]), reflectance.plane(counterparts[colours[1]]),
+                    reflectance.plane(counterparts[colours[2]]), width, height, white);
+  Picture marked = after;
+
+  std::vector<PointSpectra> spectra;
+  std::vector<float> truth(correction.matrix.size() * width);
+  for (Landmark const& point : points) {
+    if (point.row >= height || point.column >= width) continue;
+    PointSpectra found{point.name, {}, {}, {}};
+    if (truthRow) truthRow(point.row, truth.data());
+    for (std::size_t band = 0; band < correction.matrix.size(); ++band) {
+      if (truthRow) found.truth.push_back(static_cast<double>(truth[band * width + point.column]));
+      found.before.push_back(reflectance[counterparts[band]][point.row][point.column] / fullScale);
+      found.after.push_back(corrected[band][point.row][point.column] / fullScale);
+    }
+    spectra.push_back(std::move(found));
+    markPoint(marked, (static_cast<double>(point.column) + 0.5) / static_cast<double>(width),
+              (static_cast<double>(point.row) + 0.5) / static_cast<double>(height), spectra.size());
+  }
+  if (spectra.empty()) return reportCube(reflectance, corrected, correction, fullScale, spreadPoints(width, height), truthRow, title);
+  bool const known = !correction.wavelengths.empty();
+  Picture const chart = plotSpectra(spectra, axisOf(correction), title,
+                                    known ? "reflectance over wavelength (nm)" : "reflectance over band number");
+  return {before, after, marked, chart};
+}
+
+}  // namespace host
