@@ -3,27 +3,12 @@
 #include <numeric>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
 
 using Short = unsigned short;
-
-constexpr auto kCrop = KORVA_ROUTINE(KORVA_Ref_CG_CropImage_uint16, plain::CG_CropImage_uint16);
-constexpr auto kMosaicBand = KORVA_ROUTINE(KORVA_Ref_CG_SSM_GetBandImage_uint16, plain::CG_SSM_GetBandImage_uint16);
-constexpr auto kTile = KORVA_ROUTINE(KORVA_Ref_CG_SST_GetBandImage_uint16, plain::CG_SST_GetBandImage_uint16);
-constexpr auto kGetStrip =
-    KORVA_ROUTINE(KORVA_Ref_CG_LS_GetBandImageStrip_uint16, plain::CG_LS_GetBandImageStrip_uint16);
-constexpr auto kStitchStrip =
-    KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImageStrip_uint16, plain::CG_LS_StitchBandImageStrip_uint16);
-constexpr auto kStitchFrame =
-    KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImage_uint16, plain::CG_LS_StitchBandImage_uint16);
-constexpr auto kGetSlice =
-    KORVA_ROUTINE(KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16, plain::CG_LS_GetStitchedSlice_BSQ_uint16);
-
-constexpr std::size_t kSeparateRows = 1;
 
 void distinct(std::span<Short> samples, Random& random) {
   std::iota(samples.begin(), samples.end(), static_cast<Short>(random.bits()));
@@ -43,9 +28,9 @@ TEST(SnapshotCube, CropCopiesTheRectangleAndNothingElse) {
         auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
         // One column and one row more than the rectangle has: they stay as they were.
         auto out = c.output<Short, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
-        c.compare(kCrop, out, in, width, height, left, top, cropWidth, cropHeight);
+        c.compare(routine::CG_CropImage_uint16, out, in, width, height, left, top, cropWidth, cropHeight);
         auto exact = c.output<Short, 2>({cropWidth, cropHeight}, kSeparateRows);
-        c.compare(kCrop, exact, in, width, height, left, top, cropWidth, cropHeight);
+        c.compare(routine::CG_CropImage_uint16, exact, in, width, height, left, top, cropWidth, cropHeight);
       });
     }
   }
@@ -60,7 +45,7 @@ TEST(SnapshotCube, MosaicBandTakesOneSampleOfEveryWholeCell) {
                 std::size_t const bands = cellWidth * cellHeight;
                 for (std::size_t band = bands > 25 ? c.random.below(bands) : 0; band < bands; ++band) {
                   auto out = c.output<Short, 2>({width / cellWidth, height / cellHeight}, kSeparateRows);
-                  c.compare(kMosaicBand, out, in, width, height, cellWidth, cellHeight, band);
+                  c.compare(routine::CG_SSM_GetBandImage_uint16, out, in, width, height, cellWidth, cellHeight, band);
                   if (bands > 25) break;
                 }
               });
@@ -82,7 +67,7 @@ TEST(SnapshotCube, TileIsCutOutWhole) {
                 std::size_t const bands = width / tileWidth * (tileHeight == 0 ? 1 : height / tileHeight);
                 for (std::size_t band = 0; band < bands; ++band) {
                   auto out = c.output<Short, 2>({tileWidth, tileHeight}, kSeparateRows);
-                  c.compare(kTile, out, in, width, height, tileWidth, tileHeight, band);
+                  c.compare(routine::CG_SST_GetBandImage_uint16, out, in, width, height, tileWidth, tileHeight, band);
                 }
               });
   };
@@ -138,7 +123,7 @@ TEST(LineScan, StripIsTakenRowByRow) {
         std::size_t const height = 5 * strip + 2;
         auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
         auto out = c.output<Short, 2>({width, strip}, kSeparateRows);
-        c.compare(kGetStrip, out, in, width, height, strip, c.random.below(5));
+        c.compare(routine::CG_LS_GetBandImageStrip_uint16, out, in, width, height, strip, c.random.below(5));
       });
     }
   }
@@ -164,16 +149,18 @@ TEST(LineScan, RingTakesAndHandsOutEveryFrameNumber) {
           for (unsigned long const t : frameNumbers(c.random)) {
             // The rows of each strip lie back to back; the strips may lie anywhere.
             auto const frame = c.input<Short, 2>({width, (last + 1) * strip}, strip, distinct);
-            c.compare(kStitchFrame, ring, frame, width, strip, first, last, t);
+            c.compare(routine::CG_LS_StitchBandImage_uint16, ring, frame, width, strip, first, last, t);
             std::size_t const band = c.random.between(first, last), plane = c.random.below(n + extra);
             auto single = c.input<Short, 2>({width, strip}, kOneBlock, distinct);
             single.forgetLaterRows();
-            c.compare(kStitchStrip, ring, single, width, strip, first, last, band, plane, t);
+            c.compare(routine::CG_LS_StitchBandImageStrip_uint16, ring, single, width, strip, first, last, band, plane,
+                      t);
             // Before the ring is full the slot handed out is not defined.
             if (t < n - 1) continue;
             std::size_t const bands = c.random.below(n + extra + 1);
             auto slice = c.output<Short, 3>({width, height, bands + 1}, height);
-            c.compare(kGetSlice, slice, ring, width, strip, height, bands, first, last, t);
+            c.compare(routine::CG_LS_GetStitchedSlice_BSQ_uint16, slice, ring, width, strip, height, bands, first, last,
+                      t);
           }
         });
       }
@@ -186,7 +173,7 @@ TEST(LineScan, EmptyRangeStoresNothing) {
   cases.run({}, [](Case& c) {
     auto ring = c.inOut<Short, 3>({5, 4, 2});
     auto const frame = c.input<Short, 2>({5, 8});
-    c.compare(kStitchFrame, ring, frame, 5u, 2u, 3u, 2u, 0u);
+    c.compare(routine::CG_LS_StitchBandImage_uint16, ring, frame, 5u, 2u, 3u, 2u, 0u);
   });
 }
 
@@ -204,10 +191,10 @@ TEST(SnapshotCube, WholeSensorFrame) {
   cases.run({}, [](Case& c) {
     auto const in = c.input<Short, 2>({2048, 1088}, kOneBlock, distinct);
     auto cropped = c.output<Short, 2>({2042, 1082});
-    c.compare(kCrop, cropped, in, 2048u, 1088u, 3u, 3u, 2042u, 1082u);
+    c.compare(routine::CG_CropImage_uint16, cropped, in, 2048u, 1088u, 3u, 3u, 2042u, 1082u);
     for (std::size_t const cell : Sizes{4, 5}) {
       auto out = c.output<Short, 2>({2048 / cell, 1088 / cell});
-      c.compare(kMosaicBand, out, in, 2048u, 1088u, cell, cell, cell * cell - 2);
+      c.compare(routine::CG_SSM_GetBandImage_uint16, out, in, 2048u, 1088u, cell, cell, cell * cell - 2);
     }
   });
 }

@@ -3,23 +3,12 @@
 #include <cmath>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
 
 using Short = unsigned short;
-
-constexpr auto kPosition = KORVA_ROUTINE(KORVA_Ref_DM_ComputeFilterPosition, plain::DM_ComputeFilterPosition);
-constexpr auto kOffset = KORVA_ROUTINE(KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition,
-                                       plain::DM_ComputeTargetPositionRelativeToFilterPosition);
-constexpr auto kCoefficients =
-    KORVA_ROUTINE(KORVA_Ref_DM_ComputeCoefficientsBilinear, plain::DM_ComputeCoefficientsBilinear);
-constexpr auto kDouble =
-    KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl, plain::DM_ApplyDemosaicingBilinear_dbl);
-constexpr auto kShort =
-    KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16, plain::DM_ApplyDemosaicingBilinear_uint16);
 
 TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
   Cases cases;
@@ -27,9 +16,9 @@ TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
     for (unsigned const band : {0u, 1u, 4u, 15u, 80u, 81u, 0xffffffffu}) {
       cases.run({{"mosaicWidth", mosaicWidth}, {"band", band}}, [&](Case& c) {
         auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
-        c.compare(kPosition, row, column, mosaicWidth, band);
+        c.compare(routine::DM_ComputeFilterPosition, row, column, mosaicWidth, band);
         // The row is stored first, so one variable for both ends up with the column.
-        c.compare(kPosition, row, row, mosaicWidth, band);
+        c.compare(routine::DM_ComputeFilterPosition, row, row, mosaicWidth, band);
       });
     }
   }
@@ -44,8 +33,8 @@ TEST(MosaicGeometry, OffsetIsTheTargetMinusTheFilter) {
       auto const filterRow = static_cast<unsigned>(c.random.oneIn(5) ? c.random.bits() : c.random.below(6));
       auto const filterColumn = static_cast<unsigned>(c.random.below(6));
       c.isMoved = Case::nowhere;
-      c.compare(kOffset, rowOffset, columnOffset, filterRow, filterColumn, target.actualRow(0)[0],
-                target.actualRow(0)[1]);
+      c.compare(routine::DM_ComputeTargetPositionRelativeToFilterPosition, rowOffset, columnOffset, filterRow,
+                filterColumn, target.actualRow(0)[0], target.actualRow(0)[1]);
     });
   }
 }
@@ -59,11 +48,12 @@ TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
           auto weights = c.output<double, 1>({4});
           double const third = c.random.real(-1.0, 1.0) * cellWidth;
           c.isMoved = Case::nowhere;
-          c.compare(kCoefficients, weights, cellHeight, cellWidth, step * 0.5, third);
-          c.compare(kCoefficients, weights, cellHeight, cellWidth, third, step * 0.5);
-          c.compare(kCoefficients, weights, cellHeight, cellWidth, -0.0, -static_cast<double>(cellWidth));
+          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, step * 0.5, third);
+          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, third, step * 0.5);
+          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, -0.0,
+                    -static_cast<double>(cellWidth));
           // The product of the sizes wraps in 32 bits.
-          c.compare(kCoefficients, weights, 65537u, 65537u + cellWidth, step * 0.5, third);
+          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, 65537u, 65537u + cellWidth, step * 0.5, third);
         });
       }
     }
@@ -132,8 +122,8 @@ void checkAllSizes(Routine<void(T*, T const*, unsigned, unsigned, double const*,
       });
 }
 
-TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(kDouble); }
-TEST(BilinearDemosaicing, CountsOfAllSizes) { checkAllSizes(kShort); }
+TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_dbl); }
+TEST(BilinearDemosaicing, CountsOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_uint16); }
 
 // Samples of 1 and one weight: every value inside, and every edge value where that weight stands alone, is the weight.
 TEST(BilinearDemosaicing, ValuesAtTheEdgesOfTheConversion) {
@@ -149,10 +139,29 @@ TEST(BilinearDemosaicing, ValuesAtTheEdgesOfTheConversion) {
         auto const in = c.input<Short, 1>({3 * 37}, kOneBlock, ones);
         auto const weights = c.input<double, 1>({4}, kOneBlock, weight);
         auto out = c.output<Short, 1>({3 * 37});
-        c.compare(kShort, out, in, 3u, 37u, weights, 0.5, 0.5);
-        checkImage(kShort, c, 3, 37, true, true, weight);
+        c.compare(routine::DM_ApplyDemosaicingBilinear_uint16, out, in, 3u, 37u, weights, 0.5, 0.5);
+        checkImage(routine::DM_ApplyDemosaicingBilinear_uint16, c, 3, 37, true, true, weight);
       });
     }
+  }
+}
+
+// Weights whose sum lies at a half or cancels: any other order, or a fused product, gives other counts.
+TEST(BilinearDemosaicing, OrderAndRoundingOfTheSumShow) {
+  Cases cases;
+  for (int repetition = 0; repetition < 400; ++repetition) {
+    cases.run({}, [=](Case& c) {
+      auto const threes = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{3}); };
+      auto const halves = [](std::span<double> all, Random& random) {
+        for (double& weight : all) weight = random.real(0.0, 1000.0);
+        all[3] = static_cast<double>(random.below(9000)) / 3.0 + 0.5 / 3.0 - ((all[0] + all[1]) + all[2]);
+      };
+      auto const in = c.input<Short, 1>({2 * 19}, kOneBlock, threes);
+      auto const weights = repetition % 2 == 0 ? c.input<double, 1>({4}, kOneBlock, halves)
+                                               : c.input<double, 1>({4}, kOneBlock, fillCancelling);
+      auto out = c.output<Short, 1>({2 * 19});
+      c.compare(routine::DM_ApplyDemosaicingBilinear_uint16, out, in, 2u, 19u, weights, 0.5, 0.5);
+    });
   }
 }
 

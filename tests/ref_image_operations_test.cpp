@@ -4,21 +4,10 @@
 #include <limits>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
-
-constexpr auto kSubtract = KORVA_ROUTINE(KORVA_Ref_Subtract_float, plain::Subtract_float);
-constexpr auto kAdd = KORVA_ROUTINE(KORVA_Ref_Add_float, plain::Add_float);
-constexpr auto kMix = KORVA_ROUTINE(KORVA_Ref_Mix_float, plain::Mix_float);
-constexpr auto kCrop = KORVA_ROUTINE(KORVA_Ref_Crop_float, plain::Crop_float);
-constexpr auto kKernel = KORVA_ROUTINE(KORVA_Ref_ApplyKernel7x7_float, plain::ApplyKernel7x7_float);
-constexpr auto kToYCbCr = KORVA_ROUTINE(KORVA_Ref_RGBToYCbCr_float, plain::RGBToYCbCr_float);
-constexpr auto kToRGB = KORVA_ROUTINE(KORVA_Ref_YCbCrToRGB_float, plain::YCbCrToRGB_float);
-
-constexpr std::size_t kSeparateRows = 1;
 
 // Images as runs: every width at small heights, long runs, and sizes of 0, for which arrays of at least one sample
 // stand in.
@@ -53,9 +42,31 @@ void checkArithmetic(Routine<void(float**, float**, float**, unsigned long, unsi
   });
 }
 
-TEST(ImageArithmetic, Difference) { checkArithmetic<>(kSubtract); }
-TEST(ImageArithmetic, Sum) { checkArithmetic<>(kAdd); }
-TEST(ImageArithmetic, Mix) { checkArithmetic<double>(kMix); }
+// Fills samples so that sample * factor nearly cancels what the function gives for its index: the rounding of each
+// product and sum shows in the float that remains.
+template <class Rest>
+auto cancelling(double factor, Rest rest) {
+  return [=](std::span<float> all, Random&) {
+    for (std::size_t k = 0; k < all.size(); ++k) all[k] = static_cast<float>(-rest(k) / factor);
+  };
+}
+
+TEST(ImageArithmetic, Difference) { checkArithmetic<>(routine::Subtract_float); }
+TEST(ImageArithmetic, Sum) { checkArithmetic<>(routine::Add_float); }
+TEST(ImageArithmetic, Mix) { checkArithmetic<double>(routine::Mix_float); }
+
+TEST(ImageArithmetic, EveryRoundingOfAMixShows) {
+  Cases cases;
+  for (double const weight : {0.1, 0.3, 0.7, 1.9}) {
+    cases.run({}, [&](Case& c) {
+      auto const a = c.input<float, 2>({999, 1}, kOneBlock, ordinary<float>);
+      auto const shareOfA = [&](std::size_t k) { return a.actualRow(0)[k] * weight; };
+      auto const b = c.input<float, 2>({999, 1}, kOneBlock, cancelling(1.0 - weight, shareOfA));
+      auto out = c.output<float, 2>({999, 1});
+      c.compare(routine::Mix_float, out, a, b, 999, 1, weight);
+    });
+  }
+}
 
 TEST(ImageCrop, MovesRowsWithAllTheirBits) {
   Cases cases;
@@ -68,9 +79,9 @@ TEST(ImageCrop, MovesRowsWithAllTheirBits) {
         std::size_t const cropHeight = c.random.below(height - top + 1);
         auto const in = c.input<float, 2>({width, height}, kSeparateRows);
         auto out = c.output<float, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
-        c.compare(kCrop, out, in, width, height, left, top, cropWidth, cropHeight);
+        c.compare(routine::Crop_float, out, in, width, height, left, top, cropWidth, cropHeight);
         auto exact = c.output<float, 2>({cropWidth, cropHeight}, kSeparateRows);
-        c.compare(kCrop, exact, in, width, height, left, top, cropWidth, cropHeight);
+        c.compare(routine::Crop_float, exact, in, width, height, left, top, cropWidth, cropHeight);
       });
     }
   }
@@ -103,7 +114,21 @@ TEST(Kernel7x7, ImagesOfAllSizes) {
       auto const in = c.input<float, 2>({width, height}, kSeparateRows);
       auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
       auto out = c.output<float, 2>({width, height}, kSeparateRows);
-      c.compare(kKernel, out, in, width, height, kernel);
+      c.compare(routine::ApplyKernel7x7_float, out, in, width, height, kernel);
+    });
+  }
+}
+
+// Cancelling weights over a constant image leave what 49 roundings in storage order make of them.
+TEST(Kernel7x7, OrderAndRoundingOfTheSumShow) {
+  Cases cases;
+  for (std::size_t width = 7; width <= 120; ++width) {
+    cases.run({{"width", width}}, [=](Case& c) {
+      auto const threes = [](std::span<float> all, Random&) { std::fill(all.begin(), all.end(), 3.0f); };
+      auto const in = c.input<float, 2>({width, 10}, kSeparateRows, threes);
+      auto const kernel = c.input<double, 1>({49}, kOneBlock, fillCancelling);
+      auto out = c.output<float, 2>({width, 10}, kSeparateRows);
+      c.compare(routine::ApplyKernel7x7_float, out, in, width, 10, kernel);
     });
   }
 }
@@ -118,7 +143,7 @@ TEST(Kernel7x7, SpecialSampleReachesItsNeighbourhoodOnly) {
       in.set(position / 61, position % 61, c.random.oneIn(2) ? someNan(c.random) : -INFINITY);
       auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
       auto out = c.output<float, 2>({61, 12}, kSeparateRows);
-      c.compare(kKernel, out, in, 61u, 12u, kernel);
+      c.compare(routine::ApplyKernel7x7_float, out, in, 61u, 12u, kernel);
     });
   }
 }
@@ -156,10 +181,39 @@ TEST(ColourConversion, ThereAndBackInPlace) {
     auto out = c.output<float, 3>({shape.width, shape.height, 4}, shape.height);
     auto inPlace = c.inOut<float, 3>({shape.width, shape.height, 3}, shape.height);
     for (auto* const cube : {&in, &out, &inPlace}) cube->forgetLaterRows();
-    c.compare(kToYCbCr, out, in, width, height, kb, kr);
-    c.compare(kToRGB, out, in, width, height, kb, kr);
-    c.compare(kToRGB, inPlace, inPlace, width, height, kb, kr);
+    c.compare(routine::RGBToYCbCr_float, out, in, width, height, kb, kr);
+    c.compare(routine::YCbCrToRGB_float, out, in, width, height, kb, kr);
+    c.compare(routine::YCbCrToRGB_float, inPlace, inPlace, width, height, kb, kr);
   });
+}
+
+TEST(ColourConversion, EveryRoundingShows) {
+  Cases cases;
+  for (int repetition = 0; repetition < 40; ++repetition) {
+    cases.run({}, [](Case& c) {
+      double const kb = c.random.real(0.05, 0.4), kr = c.random.real(0.05, 0.4);
+      auto const first = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
+      auto const second = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
+      float const* const u = first.actualRow(0);
+      float const* const v = second.actualRow(0);
+      // Green cancels the shares of red and blue in the luma, or the luma cancels one of the differences.
+      auto const shares = [=](std::size_t k) { return u[k] * kr + v[k] * kb; };
+      auto const difference = [=](std::size_t k) { return (k % 2 == 0 ? 2.0 - 2.0 * kr : 2.0 - 2.0 * kb) * u[k]; };
+      auto const planes = [&](auto fill, int plane) {
+        return [=](std::span<float> all, Random& random) {
+          std::copy_n(u, 997, all.begin());
+          std::copy_n(u, 997, all.begin() + 997);
+          std::copy_n(plane == 1 ? v : u, 997, all.begin() + 2 * 997);
+          fill(all.subspan(static_cast<std::size_t>(plane) * 997, 997), random);
+        };
+      };
+      auto out = c.output<float, 3>({997, 1, 3});
+      auto const rgb = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0 - kb - kr, shares), 1));
+      c.compare(routine::RGBToYCbCr_float, out, rgb, 997, 1, kb, kr);
+      auto const ycc = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0, difference), 0));
+      c.compare(routine::YCbCrToRGB_float, out, ycc, 997, 1, kb, kr);
+    });
+  }
 }
 
 TEST(ColourConversion, WorkedColours) {

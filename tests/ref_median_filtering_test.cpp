@@ -5,26 +5,12 @@
 #include <numeric>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
 
 using Short = unsigned short;
-
-constexpr auto k9Short = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_uint16, plain::MF_Median1D_9_uint16);
-constexpr auto k9Float = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_float, plain::MF_Median1D_9_float);
-constexpr auto k25Short = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_uint16, plain::MF_Median1D_25_uint16);
-constexpr auto k25Float = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_float, plain::MF_Median1D_25_float);
-constexpr auto kAnyShort = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_uint16, plain::MF_Median1D_uint16);
-constexpr auto kAnyFloat = KORVA_ROUTINE(KORVA_Ref_MF_Median1D_float, plain::MF_Median1D_float);
-constexpr auto k3x3Short = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_uint16, plain::MF_Median2D_3x3_uint16);
-constexpr auto k3x3Float = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_float, plain::MF_Median2D_3x3_float);
-constexpr auto k5x5Short = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_uint16, plain::MF_Median2D_5x5_uint16);
-constexpr auto k5x5Float = KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_float, plain::MF_Median2D_5x5_float);
-
-constexpr std::size_t kSeparateRows = 1;
 
 // The array after the call is compared too: every sample must lie where the list of exchanges leaves it.
 template <class T>
@@ -47,10 +33,10 @@ void checkNetwork(Routine<T(T*)> routine, std::size_t size) {
   }
 }
 
-TEST(MedianNetworks, NineCounts) { checkNetwork(k9Short, 9); }
-TEST(MedianNetworks, NineFloats) { checkNetwork(k9Float, 9); }
-TEST(MedianNetworks, TwentyFiveCounts) { checkNetwork(k25Short, 25); }
-TEST(MedianNetworks, TwentyFiveFloats) { checkNetwork(k25Float, 25); }
+TEST(MedianNetworks, NineCounts) { checkNetwork(routine::MF_Median1D_9_uint16, 9); }
+TEST(MedianNetworks, NineFloats) { checkNetwork(routine::MF_Median1D_9_float, 9); }
+TEST(MedianNetworks, TwentyFiveCounts) { checkNetwork(routine::MF_Median1D_25_uint16, 25); }
+TEST(MedianNetworks, TwentyFiveFloats) { checkNetwork(routine::MF_Median1D_25_float, 25); }
 
 // Every pair of slots takes NaNs and zeros of both signs, over backgrounds where their place in the order shows.
 void checkSlots(Routine<float(float*)> routine, std::size_t size) {
@@ -73,8 +59,8 @@ void checkSlots(Routine<float(float*)> routine, std::size_t size) {
   }
 }
 
-TEST(MedianNetworks, NansAndZerosInEverySlotOfNine) { checkSlots(k9Float, 9); }
-TEST(MedianNetworks, NansAndZerosInEverySlotOfTwentyFive) { checkSlots(k25Float, 25); }
+TEST(MedianNetworks, NansAndZerosInEverySlotOfNine) { checkSlots(routine::MF_Median1D_9_float, 9); }
+TEST(MedianNetworks, NansAndZerosInEverySlotOfTwentyFive) { checkSlots(routine::MF_Median1D_25_float, 25); }
 
 // The array that a general median rearranges as it likes: the same samples, parted by the middle one.
 template <class T>
@@ -123,8 +109,8 @@ void checkGeneral(Routine<T(T*, unsigned long)> routine) {
   }
 }
 
-TEST(GeneralMedian, Counts) { checkGeneral(kAnyShort); }
-TEST(GeneralMedian, Floats) { checkGeneral(kAnyFloat); }
+TEST(GeneralMedian, Counts) { checkGeneral(routine::MF_Median1D_uint16); }
+TEST(GeneralMedian, Floats) { checkGeneral(routine::MF_Median1D_float); }
 
 TEST(GeneralMedian, KeepsItsSamplesAmongNans) {
   Cases cases;
@@ -163,11 +149,11 @@ template <class T>
 struct Filters;
 template <>
 struct Filters<float> {
-  static constexpr Filter<float> kAll[] = {{k3x3Float, 1}, {k5x5Float, 2}};
+  static constexpr Filter<float> kAll[] = {{routine::MF_Median2D_3x3_float, 1}, {routine::MF_Median2D_5x5_float, 2}};
 };
 template <>
 struct Filters<Short> {
-  static constexpr Filter<Short> kAll[] = {{k3x3Short, 1}, {k5x5Short, 2}};
+  static constexpr Filter<Short> kAll[] = {{routine::MF_Median2D_3x3_uint16, 1}, {routine::MF_Median2D_5x5_uint16, 2}};
 };
 
 template <class T, class Fill>

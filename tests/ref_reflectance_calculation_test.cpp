@@ -4,24 +4,12 @@
 #include <cmath>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
 
 using Short = unsigned short;
-
-constexpr auto kBiasFloat = KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_float, plain::RC_CorrectBias_float);
-constexpr auto kBiasShort = KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_uint16, plain::RC_CorrectBias_uint16);
-constexpr auto kCoefficientsFloat =
-    KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_float, plain::RC_ComputeCorrectionCoefficients_float);
-constexpr auto kCoefficientsShort =
-    KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16, plain::RC_ComputeCorrectionCoefficients_uint16);
-constexpr auto kReflectanceFloat =
-    KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_float, plain::RC_ComputeReflectance_float);
-constexpr auto kReflectanceShort =
-    KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_uint16, plain::RC_ComputeReflectance_uint16);
 
 template <class T>
 void checkBias(Routine<void(T*, T const*, T const*, unsigned long)> routine) {
@@ -41,8 +29,8 @@ void checkBias(Routine<void(T*, T const*, T const*, unsigned long)> routine) {
   }
 }
 
-TEST(Reflectance, BiasIsSubtractedInFloat) { checkBias(kBiasFloat); }
-TEST(Reflectance, BiasSubtractionOfCountsStopsAtZero) { checkBias(kBiasShort); }
+TEST(Reflectance, BiasIsSubtractedInFloat) { checkBias(routine::RC_CorrectBias_float); }
+TEST(Reflectance, BiasSubtractionOfCountsStopsAtZero) { checkBias(routine::RC_CorrectBias_uint16); }
 
 double someFactor(Random& random) {
   constexpr double kFactors[] = {1.0, 0.5, 2.0, 0.1, 0.99, 1e-300, 1e300, -1.0, 0.0, DBL_MAX};
@@ -73,8 +61,8 @@ void checkCoefficients(Routine<void(double*, T const*, unsigned long, double, do
   }
 }
 
-TEST(Reflectance, CoefficientsFromFloatWhite) { checkCoefficients(kCoefficientsFloat); }
-TEST(Reflectance, CoefficientsFromWhiteCounts) { checkCoefficients(kCoefficientsShort); }
+TEST(Reflectance, CoefficientsFromFloatWhite) { checkCoefficients(routine::RC_ComputeCorrectionCoefficients_float); }
+TEST(Reflectance, CoefficientsFromWhiteCounts) { checkCoefficients(routine::RC_ComputeCorrectionCoefficients_uint16); }
 
 // Coefficients as a white reference gives them, marked ones among them, or any doubles.
 void coefficients(std::span<double> samples, Random& random) {
@@ -115,8 +103,10 @@ void checkReflectance(Routine<Function> routine) {
   }
 }
 
-TEST(Reflectance, FloatFollowsTheRulesInOrder) { checkReflectance<float>(kReflectanceFloat); }
-TEST(Reflectance, CountsFollowTheRulesInOrder) { checkReflectance<Short, Short>(kReflectanceShort); }
+TEST(Reflectance, FloatFollowsTheRulesInOrder) { checkReflectance<float>(routine::RC_ComputeReflectance_float); }
+TEST(Reflectance, CountsFollowTheRulesInOrder) {
+  checkReflectance<Short, Short>(routine::RC_ComputeReflectance_uint16);
+}
 
 // r = 1 * coefficient * 1, so each coefficient is a reflectance at an edge of the conversion. Above 1 it is limited,
 // below 0 it wraps as the conversion says.
@@ -131,8 +121,42 @@ TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
       auto const coefficient = c.input<double, 1>({edges.size()}, kOneBlock, fill);
       auto const in = c.input<Short, 1>({edges.size()}, kOneBlock, ones);
       auto out = c.output<Short, 1>({edges.size()});
-      c.compare(kReflectanceShort, out, in, coefficient, edges.size(), 1.0, static_cast<Short>(fullScale), Short{65535},
-                Short{65535});
+      c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, edges.size(), 1.0,
+                static_cast<Short>(fullScale), Short{65535}, Short{65535});
+    });
+  }
+}
+
+// Coefficients that put each result next to the middle between two stored values: any other order of the products, or
+// a division by the divisor, falls to the other side.
+TEST(Reflectance, EveryRoundingShows) {
+  constexpr std::size_t kCount = 997;
+  Cases cases;
+  for (int repetition = 0; repetition < 40; ++repetition) {
+    cases.run({}, [=](Case& c) {
+      double const divisor = c.random.real(0.5, 5.0), scale = 10000.0;
+      auto const in = c.input<Short, 1>({kCount}, kOneBlock, [](std::span<Short> all, Random& random) {
+        for (Short& sample : all) sample = static_cast<Short>(random.between(1, 60000));
+      });
+      auto const floats = c.input<float, 1>({kCount}, kOneBlock, [&](std::span<float> all, Random&) {
+        std::copy_n(in.actualRow(0), kCount, all.begin());
+      });
+      auto const towards = [&](auto middle) {
+        return [=, &in](std::span<double> all, Random& random) {
+          for (std::size_t k = 0; k < kCount; ++k) all[k] = middle(random) * divisor / in.actualRow(0)[k];
+        };
+      };
+      auto const counts = c.input<double, 1>({kCount}, kOneBlock, towards([=](Random& random) {
+                                               return (static_cast<double>(random.below(10000)) + 0.5) / scale;
+                                             }));
+      auto const reals =
+          c.input<double, 1>({kCount}, kOneBlock, towards([](Random& random) {
+                               return static_cast<double>(static_cast<float>(random.unit()) + 1.0f) + 0x1p-24;
+                             }));
+      auto out = c.output<Short, 1>({kCount});
+      auto realOut = c.output<float, 1>({kCount});
+      c.compare(routine::RC_ComputeReflectance_uint16, out, in, counts, kCount, divisor, 10000, 65535, 65535);
+      c.compare(routine::RC_ComputeReflectance_float, realOut, floats, reals, kCount, divisor, 65535.0f, 65535.0f);
     });
   }
 }
@@ -196,7 +220,8 @@ TEST(Reflectance, WholeSensorFrame) {
     auto const in = c.input<Short, 1>({kCount});
     auto const coefficient = c.input<double, 1>({kCount}, kOneBlock, coefficients);
     auto out = c.output<Short, 1>({kCount});
-    c.compare(kReflectanceShort, out, in, coefficient, kCount, 2.0, Short{10000}, Short{0}, Short{65000});
+    c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, kCount, 2.0, Short{10000}, Short{0},
+              Short{65000});
   });
 }
 

@@ -3,21 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
 
 using Band = Routine<void(float**, float**, unsigned long, unsigned long)>;
-
-constexpr Band kBandR = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_R_float, plain::RGBX_ComputeBand_R_float);
-constexpr Band kBandG = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_G_float, plain::RGBX_ComputeBand_G_float);
-constexpr Band kBandB = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_B_float, plain::RGBX_ComputeBand_B_float);
-constexpr Band kBandX = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_X_float, plain::RGBX_ComputeBand_X_float);
-constexpr auto kFrame = KORVA_ROUTINE(KORVA_Ref_RGBX_DemosaicFrame_float, plain::RGBX_DemosaicFrame_float);
-
-constexpr std::size_t kSeparateRows = 1;
 
 // The filter of a pixel, from the tile as it is printed.
 char filterAt(std::size_t row, std::size_t column) {
@@ -39,10 +30,10 @@ void checkBand(Band band, char filter, std::size_t leastWidth, std::size_t step,
   }
 }
 
-TEST(RgbxBands, Red) { checkBand(kBandR, 'R', 8, 4, 2); }
-TEST(RgbxBands, Green) { checkBand(kBandG, 'G', 2, 2, 1); }
-TEST(RgbxBands, Blue) { checkBand(kBandB, 'B', 8, 4, 2); }
-TEST(RgbxBands, FourthBand) { checkBand(kBandX, 'X', 2, 1, 2); }
+TEST(RgbxBands, Red) { checkBand(routine::RGBX_ComputeBand_R_float, 'R', 8, 4, 2); }
+TEST(RgbxBands, Green) { checkBand(routine::RGBX_ComputeBand_G_float, 'G', 2, 2, 1); }
+TEST(RgbxBands, Blue) { checkBand(routine::RGBX_ComputeBand_B_float, 'B', 8, 4, 2); }
+TEST(RgbxBands, FourthBand) { checkBand(routine::RGBX_ComputeBand_X_float, 'X', 2, 1, 2); }
 
 // One bright R pixel spreads by halves and quarters, and into no other band.
 TEST(RgbxBands, SpreadOfOnePixel) {
@@ -64,7 +55,8 @@ TEST(RgbxBands, SpreadOfOnePixel) {
       EXPECT_EQ(red.actualRow(row)[column], 2.0f) << row << ", " << column;
     for (auto const& [row, column] : {std::pair{7u, 2u}, {7u, 8u}, {5u, 4u}, {4u, 5u}})
       EXPECT_EQ(red.actualRow(row)[column], 1.0f) << row << ", " << column;
-    for (Band const& band : {kBandG, kBandB, kBandX}) {
+    for (Band const& band :
+         {routine::RGBX_ComputeBand_G_float, routine::RGBX_ComputeBand_B_float, routine::RGBX_ComputeBand_X_float}) {
       auto other = c.inOut<float, 2>({16, 16}, kSeparateRows, dark);
       band.library(other.actual(), frame.actual(), 16, 16);
       for (std::size_t row = 0; row < 16; ++row)
@@ -82,7 +74,7 @@ TEST(RgbxFrame, BandsAndScratchForEverySize) {
       auto const frame = c.input<float, 2>({width, height}, kSeparateRows);
       auto scratch = c.inOut<float, 2>({width, height}, kSeparateRows);
       auto out = c.output<float, 3>({width - 6, height - 6, 4}, kSeparateRows);
-      c.compare(kFrame, out, scratch, frame, width, height);
+      c.compare(routine::RGBX_DemosaicFrame_float, out, scratch, frame, width, height);
     });
   }
 }

@@ -4,13 +4,10 @@
 #include <cstring>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
-
-constexpr auto kNewWli = KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeNewWLI_float, plain::RGBX_ComputeNewWLI_float);
 
 // Working buffers with any contents from before; after the call every sample is compared, margins included.
 class WorkingBuffers {
@@ -57,7 +54,7 @@ TEST(NewWli, EqualsItsStepsForEverySize) {
       constexpr double kWeights[] = {0.0, 0.5, 1.0, 2.0, -0.25};
       double const weight = c.random.oneIn(2) ? c.random.oneOf(kWeights) : c.random.unit();
       double const kb = c.random.oneIn(2) ? 0.114 : c.random.real(0.0, 0.5), kr = c.random.real(0.0, 0.5);
-      c.compare(kNewWli, out, in, width, height, kernel, buffers, kb, kr, weight);
+      c.compare(routine::RGBX_ComputeNewWLI_float, out, in, width, height, kernel, buffers, kb, kr, weight);
     });
   }
 }
@@ -70,8 +67,8 @@ TEST(NewWli, CallsOnTheSameBuffersAreIndependent) {
     auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
     WorkingBuffers buffers(c, 41, 19);
     auto first = c.output<float, 3>({35, 13, 3}, 1), second = c.output<float, 3>({35, 13, 3}, 1);
-    c.compare(kNewWli, first, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
-    c.compare(kNewWli, second, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
+    c.compare(routine::RGBX_ComputeNewWLI_float, first, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
+    c.compare(routine::RGBX_ComputeNewWLI_float, second, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
     for (std::size_t row = 0; row < second.rows(); ++row)
       EXPECT_EQ(std::memcmp(first.actualRow(row), second.actualRow(row), 35 * sizeof(float)), 0) << row;
   });

@@ -118,12 +118,14 @@ TYPED_TEST(Arrays, SizesThatCannotBeHadStoreNull) {
                                       {1ul, kAll},
                                       {kAll, kAll},
                                       {2ul, kHalf},
+                                      {1ul << 61, 4ul},
+                                      {1ul << 58, 4ul},
                                       {0ul, 1ul << 61},
                                       {0ul, kAll}}) {
     TypeParam::allocate2D(&this->image_, width, height);
     EXPECT_EQ(this->image_, nullptr) << width << " x " << height;
     TypeParam::free2D(this->image_);
-    for (unsigned long const bands : {1ul, 2ul, kHalf}) {
+    for (unsigned long const bands : {1ul, 2ul, 16ul, kHalf}) {
       TypeParam::allocate3D(&this->cube_, width, height, bands);
       EXPECT_EQ(this->cube_, nullptr) << width << " x " << height << " x " << bands;
       TypeParam::free3D(this->cube_);

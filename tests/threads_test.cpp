@@ -4,8 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/cases.h"
-#include "support/plain_definitions.h"
+#include "support/routines.h"
 
 namespace korva::test {
 namespace {
@@ -35,8 +34,6 @@ struct SharedInputs {
   Samples<unsigned long, 1> sizes;
 };
 
-#define KORVA_PLAIN_PAIR(name) KORVA_ROUTINE(KORVA_Ref_##name, plain::name)
-
 // Calls every routine once, into arrays of the calling thread. Its plain definition runs on the same thread, so the
 // results are those that any other thread, or one thread alone, must get.
 void callEverything(Case& c, SharedInputs& shared) {
@@ -58,64 +55,63 @@ void callEverything(Case& c, SharedInputs& shared) {
   auto floatFlat = c.output<float, 1>({6 * kCount});
   auto doubleFlat = c.output<double, 1>({kCount});
 
-  c.compare(KORVA_PLAIN_PAIR(CG_CropImage_uint16), image, counts[0], kWidth, kHeight, 3, 3, kWidth - 6, kHeight - 6);
-  c.compare(KORVA_PLAIN_PAIR(CG_SSM_GetBandImage_uint16), image, counts[1], kWidth, kHeight, 4, 4, 7);
-  c.compare(KORVA_PLAIN_PAIR(CG_SST_GetBandImage_uint16), image, counts[2], kWidth, kHeight, 11, 7, 5);
-  c.compare(KORVA_PLAIN_PAIR(CG_LS_GetBandImageStrip_uint16), image, counts[0], kWidth, kHeight, 3, 2);
-  c.compare(KORVA_PLAIN_PAIR(CG_LS_StitchBandImageStrip_uint16), cube, counts[0], kWidth, 3, 1, 4, 2, 1, 9);
-  c.compare(KORVA_PLAIN_PAIR(CG_LS_StitchBandImage_uint16), cube, counts[3], kWidth, 3, 1, 4, 10);
-  c.compare(KORVA_PLAIN_PAIR(CG_LS_GetStitchedSlice_BSQ_uint16), cube, counts, kWidth, 3, kHeight, 4, 1, 4, 10);
+  c.compare(routine::CG_CropImage_uint16, image, counts[0], kWidth, kHeight, 3, 3, kWidth - 6, kHeight - 6);
+  c.compare(routine::CG_SSM_GetBandImage_uint16, image, counts[1], kWidth, kHeight, 4, 4, 7);
+  c.compare(routine::CG_SST_GetBandImage_uint16, image, counts[2], kWidth, kHeight, 11, 7, 5);
+  c.compare(routine::CG_LS_GetBandImageStrip_uint16, image, counts[0], kWidth, kHeight, 3, 2);
+  c.compare(routine::CG_LS_StitchBandImageStrip_uint16, cube, counts[0], kWidth, 3, 1, 4, 2, 1, 9);
+  c.compare(routine::CG_LS_StitchBandImage_uint16, cube, counts[3], kWidth, 3, 1, 4, 10);
+  c.compare(routine::CG_LS_GetStitchedSlice_BSQ_uint16, cube, counts, kWidth, 3, kHeight, 4, 1, 4, 10);
 
-  c.compare(KORVA_PLAIN_PAIR(RC_CorrectBias_float), floatFlat, floatRun, floatRun + 5, kCount);
-  c.compare(KORVA_PLAIN_PAIR(RC_CorrectBias_uint16), flat, run, run + 5, kCount);
-  c.compare(KORVA_PLAIN_PAIR(RC_ComputeCorrectionCoefficients_float), doubleFlat, floatRun, kCount, 0.5, 3.0, 1.0f);
-  c.compare(KORVA_PLAIN_PAIR(RC_ComputeReflectance_float), floatFlat, floatRun, doubles, kCount, 3.0, 1.0f, 9.0f);
-  c.compare(KORVA_PLAIN_PAIR(RC_ComputeCorrectionCoefficients_uint16), doubleFlat, run, kCount, 0.5, 3.0, Short{9});
-  c.compare(KORVA_PLAIN_PAIR(RC_ComputeReflectance_uint16), flat, run, doubles, kCount, 3.0, Short{10000}, Short{9},
+  c.compare(routine::RC_CorrectBias_float, floatFlat, floatRun, floatRun + 5, kCount);
+  c.compare(routine::RC_CorrectBias_uint16, flat, run, run + 5, kCount);
+  c.compare(routine::RC_ComputeCorrectionCoefficients_float, doubleFlat, floatRun, kCount, 0.5, 3.0, 1.0f);
+  c.compare(routine::RC_ComputeReflectance_float, floatFlat, floatRun, doubles, kCount, 3.0, 1.0f, 9.0f);
+  c.compare(routine::RC_ComputeCorrectionCoefficients_uint16, doubleFlat, run, kCount, 0.5, 3.0, Short{9});
+  c.compare(routine::RC_ComputeReflectance_uint16, flat, run, doubles, kCount, 3.0, Short{10000}, Short{9},
             Short{60000});
 
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_float), floatFlat, floatRun, matrix, 6u, 6u);
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_uint16), flat, run, matrix, 6u, 6u);
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_BIP_float), floatFlat, floatRun, matrix, 6u, 6u, 968u);
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_BIP_uint16), flat, run, matrix, 6u, 6u, 968u);
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_BSQ_float), floatCube, doubleFlat, floats, matrix, 6u, 6u,
-            968u);
-  c.compare(KORVA_PLAIN_PAIR(SC_ApplySpectralCorrection_BSQ_uint16), cube, doubleFlat, counts, matrix, 6u, 6u, 968u);
+  c.compare(routine::SC_ApplySpectralCorrection_float, floatFlat, floatRun, matrix, 6u, 6u);
+  c.compare(routine::SC_ApplySpectralCorrection_uint16, flat, run, matrix, 6u, 6u);
+  c.compare(routine::SC_ApplySpectralCorrection_BIP_float, floatFlat, floatRun, matrix, 6u, 6u, 968u);
+  c.compare(routine::SC_ApplySpectralCorrection_BIP_uint16, flat, run, matrix, 6u, 6u, 968u);
+  c.compare(routine::SC_ApplySpectralCorrection_BSQ_float, floatCube, doubleFlat, floats, matrix, 6u, 6u, 968u);
+  c.compare(routine::SC_ApplySpectralCorrection_BSQ_uint16, cube, doubleFlat, counts, matrix, 6u, 6u, 968u);
 
   auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
   auto weights = c.output<double, 1>({4}), offsets = c.output<double, 1>({2});
-  c.compare(KORVA_PLAIN_PAIR(DM_ComputeFilterPosition), row, column, 5u, 17u);
-  c.compare(KORVA_PLAIN_PAIR(DM_ComputeTargetPositionRelativeToFilterPosition), weights, offsets, 3u, 2u, 1.5, 1.25);
-  c.compare(KORVA_PLAIN_PAIR(DM_ComputeCoefficientsBilinear), weights, 4u, 5u, -1.5, 0.25);
-  c.compare(KORVA_PLAIN_PAIR(DM_ApplyDemosaicingBilinear_dbl), doubleFlat, doubles, 22u, 44u, weights, -1.5, 0.25);
-  c.compare(KORVA_PLAIN_PAIR(DM_ApplyDemosaicingBilinear_uint16), flat, run, 22u, 44u, weights, -1.5, 0.25);
+  c.compare(routine::DM_ComputeFilterPosition, row, column, 5u, 17u);
+  c.compare(routine::DM_ComputeTargetPositionRelativeToFilterPosition, weights, offsets, 3u, 2u, 1.5, 1.25);
+  c.compare(routine::DM_ComputeCoefficientsBilinear, weights, 4u, 5u, -1.5, 0.25);
+  c.compare(routine::DM_ApplyDemosaicingBilinear_dbl, doubleFlat, doubles, 22u, 44u, weights, -1.5, 0.25);
+  c.compare(routine::DM_ApplyDemosaicingBilinear_uint16, flat, run, 22u, 44u, weights, -1.5, 0.25);
 
   auto values = c.inOut<Short, 1>({25});
   auto floatValues = c.inOut<float, 1>({25}, kOneBlock, ordinary<float>);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_9_uint16), values);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_9_float), floatValues);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_25_uint16), values);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_25_float), floatValues);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_uint16), values, 24);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median1D_float), floatValues, 24);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median2D_3x3_uint16), image, counts[0], height, width);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median2D_5x5_uint16), image, counts[1], height, width);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median2D_3x3_float), floatImage, floats[0], height, width);
-  c.compare(KORVA_PLAIN_PAIR(MF_Median2D_5x5_float), floatImage, floats[1], height, width);
+  c.compare(routine::MF_Median1D_9_uint16, values);
+  c.compare(routine::MF_Median1D_9_float, floatValues);
+  c.compare(routine::MF_Median1D_25_uint16, values);
+  c.compare(routine::MF_Median1D_25_float, floatValues);
+  c.compare(routine::MF_Median1D_uint16, values, 24);
+  c.compare(routine::MF_Median1D_float, floatValues, 24);
+  c.compare(routine::MF_Median2D_3x3_uint16, image, counts[0], height, width);
+  c.compare(routine::MF_Median2D_5x5_uint16, image, counts[1], height, width);
+  c.compare(routine::MF_Median2D_3x3_float, floatImage, floats[0], height, width);
+  c.compare(routine::MF_Median2D_5x5_float, floatImage, floats[1], height, width);
 
-  c.compare(KORVA_PLAIN_PAIR(Subtract_float), floatImage, floats[0], floats[1], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(Add_float), floatImage, floats[0], floats[2], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(Mix_float), floatImage, floats[0], floats[3], kWidth, kHeight, 0.3);
-  c.compare(KORVA_PLAIN_PAIR(Crop_float), floatImage, floats[0], kWidth, kHeight, 3, 3, kWidth - 6, kHeight - 6);
-  c.compare(KORVA_PLAIN_PAIR(ApplyKernel7x7_float), floatImage, floats[0], kWidth, kHeight, shared.kernel);
-  c.compare(KORVA_PLAIN_PAIR(RGBToYCbCr_float), floatCube, floats, kWidth, kHeight, 0.1, 0.3);
-  c.compare(KORVA_PLAIN_PAIR(YCbCrToRGB_float), floatCube, floats, kWidth, kHeight, 0.1, 0.3);
+  c.compare(routine::Subtract_float, floatImage, floats[0], floats[1], kWidth, kHeight);
+  c.compare(routine::Add_float, floatImage, floats[0], floats[2], kWidth, kHeight);
+  c.compare(routine::Mix_float, floatImage, floats[0], floats[3], kWidth, kHeight, 0.3);
+  c.compare(routine::Crop_float, floatImage, floats[0], kWidth, kHeight, 3, 3, kWidth - 6, kHeight - 6);
+  c.compare(routine::ApplyKernel7x7_float, floatImage, floats[0], kWidth, kHeight, shared.kernel);
+  c.compare(routine::RGBToYCbCr_float, floatCube, floats, kWidth, kHeight, 0.1, 0.3);
+  c.compare(routine::YCbCrToRGB_float, floatCube, floats, kWidth, kHeight, 0.1, 0.3);
 
-  c.compare(KORVA_PLAIN_PAIR(RGBX_ComputeBand_R_float), floatImage, floats[0], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(RGBX_ComputeBand_G_float), floatImage, floats[0], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(RGBX_ComputeBand_B_float), floatImage, floats[0], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(RGBX_ComputeBand_X_float), floatImage, floats[0], kWidth, kHeight);
-  c.compare(KORVA_PLAIN_PAIR(RGBX_DemosaicFrame_float), floatCube, floatImage, floats[0], kWidth, kHeight);
+  c.compare(routine::RGBX_ComputeBand_R_float, floatImage, floats[0], kWidth, kHeight);
+  c.compare(routine::RGBX_ComputeBand_G_float, floatImage, floats[0], kWidth, kHeight);
+  c.compare(routine::RGBX_ComputeBand_B_float, floatImage, floats[0], kWidth, kHeight);
+  c.compare(routine::RGBX_ComputeBand_X_float, floatImage, floats[0], kWidth, kHeight);
+  c.compare(routine::RGBX_DemosaicFrame_float, floatCube, floatImage, floats[0], kWidth, kHeight);
 
   NewWLIBuffers buffers, plainBuffers;
   KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers, kWidth, kHeight);

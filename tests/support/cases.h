@@ -14,16 +14,13 @@
 
 namespace korva::test {
 
+// An exported function and the plain definition that has its type.
 template <class Function>
 struct Routine {
   char const* name;
   Function* library;
   Function* plain;
 };
-
-// Pairs an exported function, spelled in full, with its plain definition.
-#define KORVA_ROUTINE(function, definition) \
-  ::korva::test::Routine<decltype(function)> { #function, &function, &definition }
 
 struct Parameter {
   char const* name;

@@ -36,6 +36,13 @@ void fillWith(std::span<T> samples, Value value) {
   std::generate(samples.begin(), samples.end(), value);
 }
 
+// Numbers of either sign with exponents from least on. Drawn one statement at a time: the order of a call's arguments is
+// the compiler's.
+double ofManyMagnitudes(Random& random, int least, std::size_t exponents) {
+  double const fraction = random.real(-1.0, 1.0);
+  return std::ldexp(fraction, least + static_cast<int>(random.below(exponents)));
+}
+
 double anyDouble(Random& random) {
   switch (random.below(6)) {
     case 0:
@@ -45,7 +52,7 @@ double anyDouble(Random& random) {
     case 2:
       return std::bit_cast<double>(random.bits());
     case 3:
-      return std::ldexp(random.real(-1.0, 1.0), static_cast<int>(random.below(60)) - 20);
+      return ofManyMagnitudes(random, -20, 60);
     default:
       return random.real(-2.0, 2.0);
   }
@@ -87,6 +94,12 @@ std::span<double const> conversionEdges() { return kConversionEdges; }
 float someNan(Random& random) {
   std::uint32_t const payload = static_cast<std::uint32_t>(random.bits()) & 0x807fffffu;
   return std::bit_cast<float>(0x7f800000u | (payload & 0x7fffffu ? payload : payload | 0x400000u));
+}
+
+void fillCancelling(std::span<double> weights, Random& random) {
+  double sum = 0.0;
+  for (double& weight : weights) sum += weight = random.real(-1e16, 1e16);
+  weights.back() += random.real(0.0, 60000.0) - sum;
 }
 
 template <>
@@ -157,9 +170,7 @@ void anything(std::span<float> samples, Random& random) {
         samples[random.below(samples.size())] = random.oneIn(2) ? someNan(random) : random.oneOf(kFloatSpecials);
       return;
     case 5:
-      return fillWith(samples, [&] {
-        return static_cast<float>(std::ldexp(random.real(-1.0, 1.0), static_cast<int>(random.below(250)) - 125));
-      });
+      return fillWith(samples, [&] { return static_cast<float>(ofManyMagnitudes(random, -125, 250)); });
     default:
       return ordinary(samples, random);
   }

@@ -68,6 +68,10 @@ void ordinary(std::span<T> samples, Random& random);
 void zerosOfBothSigns(std::span<float> samples, Random& random);
 void zerosAndNans(std::span<float> samples, Random& random);
 
+// Fills weights so large that their rounding shows, with a sum that is small: of equal samples it keeps little but what
+// the order of additions and the rounding of products make of it.
+void fillCancelling(std::span<double> weights, Random& random);
+
 // A quiet or signalling NaN of either sign with a random payload.
 float someNan(Random& random);
 

@@ -27,6 +27,7 @@ struct Layout {
   bool reversed = false;         // later runs at lower addresses
   std::size_t insideOffset = 0;  // in samples
 };
+constexpr std::size_t kSeparateRows = 1;
 constexpr std::size_t kOneBlock = std::numeric_limits<std::size_t>::max();
 
 // A run of samples (kLevels 1), an image reached through row pointers (2) or a cube (3).
