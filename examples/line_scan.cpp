@@ -210,6 +210,16 @@ void writeResults(ResultFolder& folder, Cubes const& cubes, Frame const& frame, 
   folder.writePicture("spectra.png", report.spectra);
 }
 
+// What a README shows of the whole road: the scene's left half before the correction, its right half after.
+Picture overview(CubeReport const& report) {
+  Picture scene = shrunkTo(report.marked, 1216);
+  unsigned long const half = scene.width() / 2;
+  paste(scene, cropped(shrunkTo(report.before, 1216), 0, 0, half, scene.height()), 0, 0);
+  fillBox(scene, {double(half) - 1, 0}, {double(half) + 1, double(scene.height())}, {255, 255, 255});
+  return fewerLevels(stacked({captioned(scene, "Left: before correction, right: after (640, 550, 465 nm)"), report.spectra}),
+                     5);
+}
+
 void processUserFrames(Options const& options) {
   CalibrationOptions const& calibration = options.calibration;
   StripLayout const layout = layoutOf(options);
@@ -281,10 +291,7 @@ void runDemo(Options options) {
   folder.writeText("wavelengths.txt", numbersText(demo.correction().wavelengths));
   folder.writeText("quality.csv", qualityTable(demo.correction().wavelengths, before, after));
   writeResults(folder, cubes, middle, demo.correction(), report, calibration);
-  auto const fitted = [](Picture const& picture) { return shrunkTo(picture, 1216); };
-  folder.writePicture("overview.png",
-                      stacked({captioned(fitted(report.before), "Scene before correction (640, 550, 465 nm)"),
-                               captioned(fitted(report.marked), "After spectral correction"), report.spectra}));
+  folder.writePicture("overview.png", overview(report));
   folder.publish();
   std::printf("Results are in %s\n", folder.path().c_str());
 }

@@ -212,12 +212,13 @@ void processUserFrame(Options const& options) {
 
 // What a README shows of the whole road.
 Picture overview(Frame const& raw, CubeReport const& report) {
-  Picture const closeUp = enlarged(cropped(showRaw(raw), raw.width() * 45 / 100, raw.height() * 2 / 5, 120, 64), 4);
+  Picture const closeUp = cropped(showRaw(raw), raw.width() * 130 / 1000, raw.height() * 37 / 100, 42, 68);
   auto const fitted = [](Picture const& picture) { return shrunkTo(picture, 512); };
-  return stacked({sideBySide({captioned(fitted(report.before), "Reflectance before correction (640, 550, 465 nm)"),
-                              captioned(fitted(report.marked), "After spectral correction")}),
-                  sideBySide({captioned(closeUp, "Raw frame, 120 x 64 pixels: 16 filters in cells of 4 x 4")}),
-                  report.spectra});
+  return fewerLevels(stacked({sideBySide({captioned(enlarged(closeUp, 4), "Raw mosaic"),
+                                          captioned(fitted(report.before), "Before correction: 640, 550, 465 nm"),
+                                          captioned(fitted(report.marked), "After spectral correction")}),
+                              report.spectra}),
+                     6);
 }
 
 // One synthetic frame down the road; tells how close it comes.

@@ -19,6 +19,28 @@ std::vector<double> axisOf(SpectralCorrection const& correction) {
   return axis;
 }
 
+// Spectra are means of 3 x 3 points, as one would measure a surface rather than a sample.
+double meanAround(unsigned short* const* plane, Landmark const& point) {
+  double sum = 0;
+  for (unsigned long row = point.row - 1; row <= point.row + 1; ++row) {
+    for (unsigned long column = point.column - 1; column <= point.column + 1; ++column) sum += plane[row][column];
+  }
+  return sum / 9;
+}
+
+std::vector<double> meanTruth(TruthRow const& truthRow, std::size_t bands, unsigned long width, Landmark const& point) {
+  std::vector<double> mean(bands, 0.0);
+  std::vector<float> values(bands * width);
+  for (unsigned long row = point.row - 1; row <= point.row + 1; ++row) {
+    truthRow(row, values.data());
+    for (std::size_t band = 0; band < bands; ++band) {
+      float const* const centre = values.data() + band * width + point.column;
+      mean[band] += static_cast<double>(centre[-1] + centre[0] + centre[1]) / 9;
+    }
+  }
+  return mean;
+}
+
 }  // namespace
 
 std::vector<unsigned long> colourBands(SpectralCorrection const& correction) {
@@ -67,21 +89,19 @@ CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, 
   Picture marked = after;
 
   std::vector<PointSpectra> spectra;
-  std::vector<float> truth(correction.matrix.size() * width);
   for (Landmark const& point : points) {
-    if (point.row >= height || point.column >= width) continue;
+    if (point.row < 1 || point.row + 1 >= height || point.column < 1 || point.column + 1 >= width) continue;
     PointSpectra found{point.name, {}, {}, {}};
-    if (truthRow) truthRow(point.row, truth.data());
+    if (truthRow) found.truth = meanTruth(truthRow, correction.matrix.size(), width, point);
     for (std::size_t band = 0; band < correction.matrix.size(); ++band) {
-      if (truthRow) found.truth.push_back(static_cast<double>(truth[band * width + point.column]));
-      found.before.push_back(reflectance[counterparts[band]][point.row][point.column] / fullScale);
-      found.after.push_back(corrected[band][point.row][point.column] / fullScale);
+      found.before.push_back(meanAround(reflectance[counterparts[band]], point) / fullScale);
+      found.after.push_back(meanAround(corrected[band], point) / fullScale);
     }
     spectra.push_back(std::move(found));
     markPoint(marked, (static_cast<double>(point.column) + 0.5) / static_cast<double>(width),
               (static_cast<double>(point.row) + 0.5) / static_cast<double>(height), spectra.size());
   }
-  if (spectra.empty()) return reportCube(reflectance, corrected, correction, fullScale, spreadPoints(width, height), truthRow, title);
+  if (spectra.empty()) return {before, after, marked, Picture(1, 1)};  // an image too small for any point
   bool const known = !correction.wavelengths.empty();
   Picture const chart = plotSpectra(spectra, axisOf(correction), title,
                                     known ? "reflectance over wavelength (nm)" : "reflectance over band number");

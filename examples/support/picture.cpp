@@ -103,6 +103,18 @@ Picture shrunkTo(Picture const& picture, unsigned long width) {
   return result;
 }
 
+Picture fewerLevels(Picture picture, int bits) {
+  // White stays white, so that margins do not turn grey.
+  auto const rounded = [step = 255.0 / ((1 << bits) - 1)](std::uint8_t level) {
+    return static_cast<std::uint8_t>(std::lround(std::round(level / step) * step));
+  };
+  for (unsigned long k = 0; k < picture.width() * picture.height(); ++k) {
+    Colour& pixel = picture.pixels()[k];
+    pixel = {rounded(pixel.red), rounded(pixel.green), rounded(pixel.blue)};
+  }
+  return picture;
+}
+
 void paste(Picture& target, Picture const& source, unsigned long left, unsigned long top) {
   for (unsigned long y = 0; y < source.height() && top + y < target.height(); ++y) {
     for (unsigned long x = 0; x < source.width() && left + x < target.width(); ++x) {

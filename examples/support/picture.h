@@ -83,6 +83,8 @@ Picture cropped(Picture const& picture, unsigned long left, unsigned long top, u
 Picture enlarged(Picture const& picture, unsigned long times);
 // The mean of each block, no wider than the given width afterwards.
 Picture shrunkTo(Picture const& picture, unsigned long width);
+// Keeps the given number of bits a colour: half the file for a picture that goes into a document.
+Picture fewerLevels(Picture picture, int bits);
 void paste(Picture& target, Picture const& source, unsigned long left, unsigned long top);
 
 }  // namespace host

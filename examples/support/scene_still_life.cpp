@@ -122,7 +122,7 @@ void paintPlant(Scene& scene, double x, double foot) {
               random.between(0.032, 0.046), young ? Material::youngLeaf : Material::leaf,
               random.between(0.72, 1.0) * (0.72 + 0.006 * k), random.between(-0.1, 0.1));
   }
-  scene.name("leaf", x + 0.028, crown + 0.06);
+  
 }
 
 void paintBall(Scene& scene, double x, double y, double radius, double stretch, Material skin, std::uint64_t seed) {
@@ -192,7 +192,7 @@ void paintBowl(Scene& scene, double x, double y, double radius) {
     return Surface{Material::white, r < 0.6 ? Material::water : Material::shallows,
                    static_cast<float>(std::clamp(glint, 0.0, 1.0)), static_cast<float>(0.9 + 0.3 * ripple)};
   });
-  scene.name("water", x + 0.25 * radius, y + 0.14 * radius);
+  scene.name("water", x + 0.6 * radius, y + 0.12 * radius);
 }
 
 }  // namespace
@@ -212,6 +212,7 @@ Scene stillLife(unsigned long width, unsigned long height) {
   scene.name("plum", 0.715, 0.87);
   scene.name("green paint", 0.505, 0.905);
   paintLeaf(scene, 1.22, 0.93, -0.3, 0.2, 0.045, Material::leaf, 0.95, 0.12);
+  scene.name("leaf", 1.31, 0.935);
   paintLeaf(scene, 1.0, 0.9, 0.15, 0.17, 0.04, Material::dryLeaf, 0.95, -0.1);
   paintLeaf(scene, 0.83, 0.955, -0.5, 0.12, 0.03, Material::dryLeaf, 0.85, 0.08);
   return scene;
