@@ -162,7 +162,7 @@ def main() -> None:
     parser.add_argument("--width", type=int, default=2048)
     parser.add_argument("--height", type=int, default=1088)
     parser.add_argument("--mosaic", default="4x4", help="filters across and down")
-    parser.add_argument("--median", type=int, choices=(0, 3, 5), default=3, help="size of the median filter, 0 for none")
+    parser.add_argument("--median", type=int, choices=(0, 3, 5), default=3, help="size of the filter, 0 for none")
     parser.add_argument("--rows", type=int, default=136, help="rows of a block for the median filter, at least 4")
     parser.add_argument("--output", type=Path, default=Path("results/many_frames"))
     parser.add_argument("--threads", type=int, default=os.cpu_count(), help="threads on this machine")

@@ -132,7 +132,7 @@ axes["all"].set_title(f"Reflectance, {wavelengths[red]:.0f} / {wavelengths[green
 for name, (row, column) in points.items():
     axes["all"].plot(column, row, "o", markersize=9, markerfacecolor="none", color="white", markeredgewidth=1.5)
     axes["all"].annotate(name, (column, row), (0, -15), textcoords="offset points", color="white", ha="center",
-                         size=8.5, bbox={"boxstyle": "round,pad=0.2", "facecolor": "black", "alpha": 0.55, "linewidth": 0})
+                         size=8.5, bbox={"boxstyle": "round,pad=0.2", "facecolor": "#0008", "linewidth": 0})
 zoom = np.s_[:, max(0, y // mosaic_height - 10) :, max(0, x // mosaic_width - 10) :]
 for key, cube, title in (("before", cut, "Band images as cut: colour fringes"), ("after", demosaiced, "Demosaiced")):
     part = korva.apply_spectral_correction_bsq(reflectance(cube), matrix)[zoom][:, :30, :40]

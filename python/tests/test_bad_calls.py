@@ -20,6 +20,17 @@ NUMBERS = [
 PAGES = [GuardedPages() for _ in range(6)]
 
 
+def number(value, name, rng):
+    """A number near a valid one, or one of another kind."""
+    if type(value) is int and rng.random() < 0.6:
+        return value + int(rng.choice([-9, -2, -1, 1, 2, 3, 9, 40]))
+    if type(value) is str:
+        return str(rng.choice(["", "r", "RG", "Y", "\0"]))
+    # A ring of gigabytes would be granted, but not be quick.
+    fit = [n for n in NUMBERS if name != "scan" or type(n) is not int or not 2**16 < n < 2**40]
+    return fit[rng.integers(len(fit))]
+
+
 def reshaped(values, rng):
     """The same memory in another shape, type or view, or a part of it."""
     if not values.ndim or not values.size:
@@ -32,6 +43,8 @@ def reshaped(values, rng):
         lambda: values[np.newaxis],
         lambda: values[0],
         lambda: values.T,
+        lambda: np.concatenate([values, values[:1]]),
+        lambda: np.concatenate([values, values[..., :1]], axis=-1),
         lambda: values.reshape(-1),
         lambda: np.ascontiguousarray(values).view(np.uint8),
         lambda: np.zeros(values.shape, rng.choice([np.int16, np.uint16, np.float32, np.float64, np.complex64, object])),
@@ -41,7 +54,7 @@ def reshaped(values, rng):
         lambda: np.ma.masked_array(values),
         lambda: values.tolist(),
         lambda: np.empty((0,) * values.ndim, values.dtype),
-    ][rng.integers(13)]()
+    ][rng.integers(15)]()
 
 
 def overlapping(pages, victim, shape, dtype, rng):
@@ -55,7 +68,7 @@ def overlapping(pages, victim, shape, dtype, rng):
 
 def spoil(arguments, expected, name, rng):
     """Replaces up to three arguments by others, or lays them elsewhere in memory."""
-    if name not in WITHOUT_OUT and rng.random() < 0.7:
+    if name not in WITHOUT_OUT and rng.random() < 0.5:
         arguments["out"] = expected + 1
         if name == "apply_spectral_correction_bsq":
             arguments["scratch"] = np.full(expected.shape[1:], 2.0)
@@ -66,12 +79,10 @@ def spoil(arguments, expected, name, rng):
         layout = "plain" if rng.random() < 0.6 else LAYOUTS[rng.integers(len(LAYOUTS))]
         arguments[key] = pages.place(np.array(arguments[key]), rng, layout)
         placed[key] = pages
-    for key in rng.permutation(list(arguments))[: rng.integers(0, 4)]:
+    for key in rng.permutation(list(arguments))[: rng.choice([0, 1, 1, 1, 2, 3])]:
         key = str(key)
         if key not in placed:
-            # A ring of gigabytes would be granted, but not be quick.
-            numbers = [n for n in NUMBERS if name != "scan" or type(n) is not int or not 2**16 < n < 2**40]
-            arguments[key] = numbers[rng.integers(len(numbers))]
+            arguments[key] = number(arguments[key], name, rng)
         elif key in ("out", "scratch") and rng.random() < 0.4:
             other = str(rng.choice([other for other in placed if other != key]))
             victim, pages = arguments[other], placed[other]
@@ -82,8 +93,8 @@ def spoil(arguments, expected, name, rng):
             arguments[key].flags.writeable = False
         elif isinstance(arguments[key], np.ndarray):
             arguments[key] = reshaped(arguments[key], rng)
-        if rng.random() < 0.05:
-            arguments[key] = NUMBERS[rng.integers(len(NUMBERS))]
+        if rng.random() < 0.03:
+            arguments[key] = number(None, name, rng)
     return placed
 
 

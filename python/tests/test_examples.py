@@ -113,7 +113,8 @@ def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
     # From a copy of the two folders that it needs: the build leaves files beside the sources.
     for folder in ("python", "include"):
         run("cp", "-r", PYTHON.parent / folder, tmp_path / folder)
-    run(python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index", tmp_path / "python", env=environment)
+    pip = (python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index")
+    run(*pip, tmp_path / "python", env=environment)
     library = tmp_path / "venv/lib/libkorva_reference_api.so.1.0"
     library.write_bytes(Path(os.environ["KORVA_REFERENCE_LIBRARY"]).read_bytes())
     where = run(python, "-c", "import korva_reference as k; print(k.__file__)", env=environment, cwd="/").strip()
@@ -123,7 +124,7 @@ def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
     header = (tmp_path / "include/korva_reference_api.h").read_text()
     for part, number in zip(("MAJOR", "MINOR", "PATCH"), version.strip().split(".")):
         assert f"KORVA_REFERENCE_API_VERSION_{part} {number}\n" in header
-    output = run(python, "-m", "pytest", "-q", "-p", "no:cacheprovider", "--doctest-modules", "--rootdir", tmp_path / "venv",
+    output = run(python, "-m", "pytest", "-q", "-p", "no:cacheprovider", "--doctest-modules", "--rootdir=venv",
                  Path(where).parent, env=environment, cwd=tmp_path)
     assert " passed" in output and "skipped" not in output
 

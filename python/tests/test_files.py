@@ -60,6 +60,7 @@ def test_envi_cubes_come_back_whatever_their_order(interleave, dtype):
             assert memory_map or read.flags.c_contiguous
     assert header == envi.Header(5, 4, 3, cube.dtype.newbyteorder("="), interleave, 0, [450, 550.5, 650], "Nanometers",
                                  [2, 1, 0], "a test", {"file type": "ENVI Standard", "sensor type": "mosaic"})
+    assert "\nheader offset = 0\n" in open("cube.hdr").read()
     axes = {"bsq": (0, 1, 2), "bil": (1, 0, 2), "bip": (1, 2, 0)}[interleave]
     assert open("cube.img", "rb").read() == cube[:, ::-1].astype(cube.dtype.newbyteorder("=")).transpose(axes).tobytes()
 

@@ -2,6 +2,7 @@
 
 import copy
 import pickle
+import resource
 import threading
 
 import numpy as np
@@ -17,6 +18,8 @@ KERNEL = np.ones((7, 7))
 @pytest.mark.parametrize("call, error, words", [
     (lambda: korva.crop_image(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
     (lambda: korva.crop_image(np.zeros((4, 5), U2), 2**64, 0, 1, 1), ValueError, "left: expected a whole number"),
+    (lambda: korva.crop_image(np.zeros((4, 5), U2), 0, 3, 1, 2), ValueError, "crop: expected a rectangle inside"),
+    (lambda: korva.crop_image(np.ma.zeros((4, 5), U2), 0, 0, 1, 1), TypeError, "expected a NumPy array, found Masked"),
     (lambda: korva.crop_image(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16"),
     (lambda: korva.crop_image(np.zeros(4, U2), 0, 0, 1, 1), ValueError, "image: expected 2 dimensions, found 1"),
     (lambda: korva.crop_image([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
@@ -53,6 +56,7 @@ KERNEL = np.ones((7, 7))
     (lambda: korva.StitchingBuffer(4, 1, 3, 2), ValueError, "last_band: expected a whole number from 3"),
     (lambda: korva.StitchingBuffer(4, 0, 0, 2), ValueError, "strip_height: expected a whole number from 1"),
     (lambda: korva.StitchingBuffer(2**40, 2**40, 0, 2**40), MemoryError, "stitching buffer: needs"),
+    (lambda: korva.NewWLIBuffers(9, 8).compute(np.zeros((4, 9, 8), F4), KERNEL, 0, 0, 1), ValueError, "bands: exp"),
     (lambda: korva.NewWLIBuffers(2**33, 2**33), MemoryError, "new-WLI buffers: needs"),
 ])
 def test_limit(call, error, words):
@@ -78,6 +82,9 @@ def test_output_must_be_of_the_results_type_and_shape_and_apart_from_the_inputs(
         assert words in str(caught.value)
     with pytest.raises(ValueError, match="out: expected an input array itself or memory apart from it"):
         korva.subtract(image, image, out=memory[1:9])
+    planes = np.zeros((3, 4, 4), F4)
+    with pytest.raises(ValueError, match="out: expected memory apart from the other arrays"):
+        korva.rgb_to_ycbcr(planes, 0.1, 0.2, out=planes)
     # Rows that interleave without touching are apart, although one lies within the bounds of the other.
     korva.median_filter_3x3(memory[::2], out=memory[1::2])
 
@@ -120,6 +127,20 @@ def test_ring_limits():
             with pytest.raises(ValueError) as caught:
                 use()
             assert words in str(caught.value)
+
+
+def test_memory_of_the_library_is_returned_by_release_and_by_collection():
+    bands = np.zeros((4, 800, 1000), F4)
+    for turn in range(60):
+        ring = korva.StitchingBuffer(1000, 1000, 0, 2, bands=3)  # 18 MB
+        buffers = korva.NewWLIBuffers(1000, 800)  # 19 MB
+        buffers.compute(bands, KERNEL, 0.1, 0.2, 0.5)
+        if turn % 2:
+            ring.release()
+            buffers.release()
+        if turn == 5:
+            before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+    assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before < 200 * 1024
 
 
 def test_release_waits_for_a_call_in_another_thread():
