@@ -127,7 +127,8 @@ void applyReflectance(CountCube& scene, Frame const& whiteFrame, Frame const* bi
 }
 
 // Corrects a slice at a time: the working row stays small, and progress can be shown.
-CountCube correctSpectra(CountCube const& reflectance, SpectralCorrection const& correction, StripLayout const& layout) {
+CountCube correctSpectra(CountCube const& reflectance, SpectralCorrection const& correction,
+                         StripLayout const& layout) {
   auto const inBands = static_cast<unsigned int>(reflectance.bands());
   auto const outBands = static_cast<unsigned int>(correction.matrix.size());
   auto const samples = static_cast<unsigned int>(layout.width * layout.stripHeight);
@@ -202,8 +203,9 @@ Picture showRaw(Frame const& frame) {
 
 void writeResults(ResultFolder& folder, Cubes const& cubes, Frame const& frame, SpectralCorrection const& correction,
                   CubeReport const& report, CalibrationOptions const& options) {
-  folder.writeCube("corrected", cubes.corrected,
-                   {"Corrected reflectance", correction.wavelengths, colourBands(correction), double(options.fullScale)});
+  folder.writeCube(
+      "corrected", cubes.corrected,
+      {"Corrected reflectance", correction.wavelengths, colourBands(correction), double(options.fullScale)});
   folder.writePicture("raw_frame.png", showRaw(frame));
   folder.writePicture("colour_before.png", report.before);
   folder.writePicture("colour_after.png", report.after);
@@ -216,8 +218,8 @@ Picture overview(CubeReport const& report) {
   unsigned long const half = scene.width() / 2;
   paste(scene, cropped(shrunkTo(report.before, 1216), 0, 0, half, scene.height()), 0, 0);
   fillBox(scene, {double(half) - 1, 0}, {double(half) + 1, double(scene.height())}, {255, 255, 255});
-  return fewerLevels(stacked({captioned(scene, "Left: before correction, right: after (640, 550, 465 nm)"), report.spectra}),
-                     5);
+  return fewerLevels(
+      stacked({captioned(scene, "Left: before correction, right: after (640, 550, 465 nm)"), report.spectra}), 5);
 }
 
 void processUserFrames(Options const& options) {
@@ -253,8 +255,8 @@ void runDemo(Options options) {
   useDemoExposures(calibration);
   StripLayout const layout = layoutOf(options);
   if (options.sceneRows % options.stripHeight != 0) {
-    throw HostError("--scene-rows: expected whole strips of " + std::to_string(options.stripHeight) +
-                    " rows, found " + std::to_string(options.sceneRows));
+    throw HostError("--scene-rows: expected whole strips of " + std::to_string(options.stripHeight) + " rows, found " +
+                    std::to_string(options.sceneRows));
   }
   ResultFolder folder(options.output);
   Scene const scene = landscape(options.width, options.sceneRows);

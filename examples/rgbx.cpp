@@ -2,6 +2,7 @@
 //
 // Without options a synthetic camera takes an old painting whose charcoal drawing only the X band sees. With options
 // the frame is your own, or is made of a photograph that the road should give back; see --help.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -19,12 +20,14 @@ namespace {
 
 struct Options {
   std::string frame;
+  std::string dark;
+  std::string flat;
   std::string photo;
   unsigned long width = 2048;
   unsigned long height = 1088;
   unsigned short black = 64;
   unsigned short white = 4095;
-  double defectThreshold = 0.22;
+  double defectThreshold = 0.1;
   std::vector<double> weights{1, 0.5, 0};
   double blur = 1.6;
   std::string output = "results/rgbx";
@@ -45,33 +48,54 @@ struct FilterGrid {
 // X and the two halves of G repeat every 2 pixels; R and B every 4, each at two places of the tile.
 constexpr FilterGrid kGrids[] = {{2, 0}, {2, 1}, {2, 2}, {4, 5}, {4, 7}, {4, 13}, {4, 15}};
 
-// Replaces samples that stand out from both medians around them by more than the threshold. A pixel's neighbours on
-// the sensor lie under other filters, so each filter's samples are filtered as an image of their own.
-unsigned long cleanDefects(Frame& frame, double threshold) {
-  unsigned long replaced = 0;
+// Cuts each filter grid out of a frame and hands it over with the place of its first sample. A pixel's neighbours on
+// the sensor lie under other filters, so a median makes sense only among the samples of one filter.
+template <typename Work>
+void forEachGrid(Frame const& frame, Work const& work) {
   for (FilterGrid const& grid : kGrids) {
-    unsigned long width = frame.width() / grid.cell;
-    unsigned long height = frame.height() / grid.cell;
-    Frame const bandImage(width, height);
-    Frame const near(width, height);
-    Frame const wide(width, height);
+    Frame const bandImage(frame.width() / grid.cell, frame.height() / grid.cell);
     KORVA_Ref_CG_SSM_GetBandImage_uint16(bandImage.rows(), frame.rows(), frame.width(), frame.height(), grid.cell,
                                          grid.cell, grid.band);
-    KORVA_Ref_MF_Median2D_3x3_uint16(near.rows(), bandImage.rows(), &height, &width);
-    KORVA_Ref_MF_Median2D_5x5_uint16(wide.rows(), bandImage.rows(), &height, &width);
+    auto const placeOf = [&](unsigned long row, unsigned long column) {
+      return (row * grid.cell + grid.band / grid.cell) * frame.width() + column * grid.cell + grid.band % grid.cell;
+    };
+    work(bandImage, placeOf);
+  }
+}
+
+// Marks the samples that stand out from the 5 x 5 median of their filter by more than the threshold. In a dark or a
+// flat frame those are defects and nothing else; in a frame of a scene the finest detail is among them.
+void findDefects(std::vector<char>& defects, Frame const& frame, double threshold) {
+  forEachGrid(frame, [&](Frame const& bandImage, auto const& placeOf) {
+    unsigned long width = bandImage.width();
+    unsigned long height = bandImage.height();
+    Frame const median(width, height);
+    KORVA_Ref_MF_Median2D_5x5_uint16(median.rows(), bandImage.rows(), &height, &width);
     for (unsigned long row = 0; row < height; ++row) {
       for (unsigned long column = 0; column < width; ++column) {
-        int const sample = bandImage[row][column];
-        if (std::abs(sample - near[row][column]) <= threshold || std::abs(sample - wide[row][column]) <= threshold) {
-          continue;
-        }
-        unsigned long const frameRow = row * grid.cell + grid.band / grid.cell;
-        frame[frameRow][column * grid.cell + grid.band % grid.cell] = near[row][column];
-        ++replaced;
+        if (std::abs(bandImage[row][column] - median[row][column]) > threshold) defects[placeOf(row, column)] = 1;
       }
     }
-  }
-  return replaced;
+  });
+}
+
+// The frame with the 3 x 3 median of their filter in place of its defects.
+Frame cleanDefects(Frame const& frame, std::vector<char> const& defects) {
+  Frame cleaned(frame.width(), frame.height());
+  std::copy_n(frame.samples(), frame.count(), cleaned.samples());
+  forEachGrid(frame, [&](Frame const& bandImage, auto const& placeOf) {
+    unsigned long width = bandImage.width();
+    unsigned long height = bandImage.height();
+    Frame const median(width, height);
+    KORVA_Ref_MF_Median2D_3x3_uint16(median.rows(), bandImage.rows(), &height, &width);
+    for (unsigned long row = 0; row < height; ++row) {
+      for (unsigned long column = 0; column < width; ++column) {
+        unsigned long const place = placeOf(row, column);
+        if (defects[place] != 0) cleaned.samples()[place] = median[row][column];
+      }
+    }
+  });
+  return cleaned;
 }
 
 // Counts as shares of white.
@@ -138,26 +162,24 @@ Cube<float> newWli(Cube<float> const& bands, std::vector<double> const& kernel, 
   return image;
 }
 
-struct Bands {
-  unsigned long replaced;
+struct Result {
   Frame cleaned;
   Cube<float> bands;
   std::vector<Cube<float>> wli;  // one per weight
 };
 
-Bands process(Frame const& raw, Options const& options, Levels const& levels) {
-  Frame cleaned(raw.width(), raw.height());
-  std::copy_n(raw.samples(), raw.count(), cleaned.samples());
-  unsigned long const replaced = cleanDefects(cleaned, options.defectThreshold * (levels.white - levels.black));
+Result process(Frame const& raw, std::vector<char> const& defects, std::vector<double> const& weights, double blur,
+               Levels const& levels) {
+  Frame cleaned = cleanDefects(raw, defects);
   Cube<float> bands = demosaic(normalise(cleaned, levels));
-  std::vector<double> const kernel = smoothingKernel(options.blur);
+  std::vector<double> const kernel = smoothingKernel(blur);
   WliBuffers const buffers(bands.width(), bands.height());
   std::vector<Cube<float>> wli;
-  for (double const weight : options.weights) {
+  for (double const weight : weights) {
     wli.push_back(newWli(bands, kernel, buffers, weight));
     stopIfInterrupted();
   }
-  return {replaced, std::move(cleaned), std::move(bands), std::move(wli)};
+  return {std::move(cleaned), std::move(bands), std::move(wli)};
 }
 
 // ---- Results ----
@@ -195,7 +217,7 @@ Picture part(Picture const& picture, Frame const& raw, double x, double y, unsig
   return cropped(picture, start(x, raw.width()), start(y, raw.height()), width, height);
 }
 
-void writeResults(ResultFolder& folder, Frame const& raw, Bands const& result, Options const& options,
+void writeResults(ResultFolder& folder, Frame const& raw, Result const& result, Options const& options,
                   Levels const& levels, double white) {
   Picture const rawPicture = greyPicture(raw, levels.black, levels.black + white * (levels.white - levels.black));
   Picture const cleanPicture =
@@ -212,16 +234,16 @@ void writeResults(ResultFolder& folder, Frame const& raw, Bands const& result, O
   folder.writePicture("x_band.png", xBand);
 
   std::vector<Picture> side;
-  std::vector<Picture> figure{captioned(part(rgb, raw, 0.4, 0.52, 400, 280), "Demosaiced RGB"),
-                              captioned(part(xBand, raw, 0.4, 0.52, 400, 280), "X band")};
+  std::vector<Picture> figure{captioned(part(rgb, raw, 0.42, 0.36, 400, 280), "Demosaiced RGB"),
+                              captioned(part(xBand, raw, 0.42, 0.36, 400, 280), "X band")};
   for (std::size_t k = 0; k < result.wli.size(); ++k) {
     std::string const weight = weightText(options.weights[k]);
     Picture const picture = showRgb(result.wli[k], white);
     folder.writeCube("wli_weight_" + weight, result.wli[k], {"New WLI at weight " + weight, {}, {0, 1, 2}, 0});
     folder.writePicture("wli_weight_" + weight + ".png", picture);
-    side.push_back(captioned(part(picture, raw, 0.4, 0.42, 620, 560), "New WLI, weight " + weight));
+    side.push_back(captioned(part(picture, raw, 0.4, 0.34, 620, 560), "New WLI, weight " + weight));
     if (k == 0 || k + 1 == result.wli.size()) {
-      figure.push_back(captioned(part(picture, raw, 0.4, 0.52, 400, 280), "New WLI, weight " + weight));
+      figure.push_back(captioned(part(picture, raw, 0.42, 0.36, 400, 280), "New WLI, weight " + weight));
     }
   }
   folder.writePicture("wli_side_by_side.png", sideBySide(side));
@@ -233,7 +255,7 @@ void writeResults(ResultFolder& folder, Frame const& raw, Bands const& result, O
   folder.writePicture("overview.png", fewerLevels(stacked({sideBySide({figure[0], figure[1]}), sideBySide(lower)}), 5));
 }
 
-void report(RgbxCapture const& capture, Bands const& result, Options const& options, double white) {
+void report(RgbxCapture const& capture, Result const& result, Options const& options, double white) {
   std::printf("  PSNR of the demosaiced RGB against the original: %.1f dB\n",
               picturePsnr(showRgb(result.bands, white), capture.truth, 3));
   for (std::size_t k = 0; k < result.wli.size(); ++k) {
@@ -250,16 +272,25 @@ void checkLevels(Options const& options) {
                   std::to_string(options.black));
 }
 
+unsigned long countOf(std::vector<char> const& defects) {
+  return static_cast<unsigned long>(std::count(defects.begin(), defects.end(), 1));
+}
+
 void processUserFrame(Options const& options) {
   Levels const levels{options.black, options.white};
+  double const threshold = options.defectThreshold * (levels.white - levels.black);
   Frame const frame = readFrame(options.frame, options.width, options.height);
+  std::vector<char> defects(frame.count(), 0);
+  for (std::string const& path : {options.dark, options.flat}) {
+    if (!path.empty()) findDefects(defects, readFrame(path, options.width, options.height), threshold);
+  }
   ResultFolder folder(options.output);
-  Bands const result = process(frame, options, levels);
-  double const white = std::max(
-      0.01, percentile(std::span<float const>(result.bands.plane(1), result.bands.planeCount()), 0.99) * 1.1);
+  Result const result = process(frame, defects, options.weights, options.blur, levels);
+  double const white =
+      std::max(0.01, percentile(std::span<float const>(result.bands.plane(1), result.bands.planeCount()), 0.99) * 1.1);
   writeResults(folder, frame, result, options, levels, white);
   folder.publish();
-  std::printf("%lu samples replaced; results are in %s\n", result.replaced, folder.path().c_str());
+  std::printf("%lu samples replaced; results are in %s\n", countOf(defects), folder.path().c_str());
 }
 
 void processPhotograph(Options const& options) {
@@ -271,10 +302,8 @@ void processPhotograph(Options const& options) {
   }
   ResultFolder folder(options.output);
   RgbxCapture const capture = mosaicPhotograph(photograph, levels);
-  // Nothing is wrong with a photograph's pixels, so no median is let loose on its details.
-  Options clean = options;
-  clean.defectThreshold = 2;
-  Bands const result = process(capture.frame, clean, levels);
+  std::vector<char> const none(capture.frame.count(), 0);
+  Result const result = process(capture.frame, none, options.weights, options.blur, levels);
   std::printf("Photograph of %lu x %lu, mosaicked and reconstructed\n", photograph.width(), photograph.height());
   report(capture, result, options, 1);
   writeResults(folder, capture.frame, result, options, levels, 1);
@@ -284,19 +313,28 @@ void processPhotograph(Options const& options) {
 
 void runDemo(Options const& options) {
   Levels const levels{options.black, options.white};
+  double const threshold = options.defectThreshold * (levels.white - levels.black);
   ResultFolder folder(options.output);
   std::printf("RGBX, %lu x %lu samples\n", options.width, options.height);
   RgbxCapture capture = photographScene(oldPainting(options.width, options.height), levels);
+  Frame dark = uniformFrame(options.width, options.height, 0, levels);
+  Frame flat = uniformFrame(options.width, options.height, 0.8, levels);
+  // The same sensor took all three, so the same pixels are stuck.
   unsigned long const planted = plantDefects(capture.frame, levels);
-  Options uncleaned = options;
-  uncleaned.defectThreshold = 2;
-  uncleaned.weights.clear();
-  double const defective =
-      picturePsnr(showRgb(process(capture.frame, uncleaned, levels).bands, kPaintingWhite), capture.truth, 3);
-  Bands const result = process(capture.frame, options, levels);
-  std::printf("  %lu defects planted, %lu samples replaced by medians\n", planted, result.replaced);
-  std::printf("  PSNR of the demosaiced RGB with its defects: %.1f dB\n", defective);
+  plantDefects(dark, levels);
+  plantDefects(flat, levels);
+
+  std::vector<char> defects(capture.frame.count(), 0);
+  Result const defective = process(capture.frame, defects, {}, options.blur, levels);
+  findDefects(defects, dark, threshold);
+  findDefects(defects, flat, threshold);
+  Result const result = process(capture.frame, defects, options.weights, options.blur, levels);
+  std::printf("  %lu defects planted, %lu samples replaced by medians\n", planted, countOf(defects));
+  std::printf("  PSNR of the demosaiced RGB with its defects: %.1f dB\n",
+              picturePsnr(showRgb(defective.bands, kPaintingWhite), capture.truth, 3));
   report(capture, result, options, kPaintingWhite);
+  folder.writeImage("dark", dark, {"Dark frame", {}, {}, 0});
+  folder.writeImage("flat", flat, {"Flat frame", {}, {}, 0});
   writeResults(folder, capture.frame, result, options, levels, kPaintingWhite);
   folder.publish();
   std::printf("Results are in %s\n", folder.path().c_str());
@@ -309,6 +347,8 @@ void addOptions(CLI::App& app, Options& options) {
       },
       "");
   auto* const frame = app.add_option("--frame", options.frame, "raw frame of 16-bit samples [a synthetic painting]");
+  app.add_option("--dark", options.dark, "raw frame taken in the dark, to find stuck pixels [none]");
+  app.add_option("--flat", options.flat, "raw frame of an even surface, to find stuck pixels [none]");
   app.add_option("--photo", options.photo, "PNG photograph to mosaic and reconstruct")->excludes(frame);
   app.add_option("--width", options.width, "samples per row of the frame, a multiple of 4 [2048]")
       ->check(wholeNumber(16, kLargestSize))
@@ -317,7 +357,7 @@ void addOptions(CLI::App& app, Options& options) {
   app.add_option("--black", options.black, "counts of a dark sample [64]")->check(wholeNumber(0, 65534));
   app.add_option("--white-level", options.white, "counts of a white sample [4095]")->check(wholeNumber(1, 65535));
   app.add_option("--defect-threshold", options.defectThreshold,
-                 "share of the range by which a defect stands out from its medians [0.22]")
+                 "share of the range by which a defect stands out in --dark or --flat [0.1]")
       ->check(fraction());
   app.add_option("--weight", options.weights, "shares of the RGB luma's detail in the new WLI [1 0.5 0]")
       ->check(fraction());

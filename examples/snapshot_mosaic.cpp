@@ -212,13 +212,13 @@ void processUserFrame(Options const& options) {
 
 // What a README shows of the whole road.
 Picture overview(Frame const& raw, CubeReport const& report) {
-  Picture const closeUp = cropped(showRaw(raw), raw.width() * 130 / 1000, raw.height() * 37 / 100, 42, 68);
+  Picture const closeUp = cropped(showRaw(raw), raw.width() * 214 / 1000, raw.height() * 399 / 1000, 42, 68);
   auto const fitted = [](Picture const& picture) { return shrunkTo(picture, 512); };
   return fewerLevels(stacked({sideBySide({captioned(enlarged(closeUp, 4), "Raw mosaic"),
                                           captioned(fitted(report.before), "Before correction: 640, 550, 465 nm"),
                                           captioned(fitted(report.marked), "After spectral correction")}),
                               report.spectra}),
-                     6);
+                     5);
 }
 
 // One synthetic frame down the road; tells how close it comes.
@@ -230,8 +230,7 @@ void runDemo(ResultFolder& folder, std::string const& prefix, Scene const& scene
   auto const fullScale = double(options.fullScale);
   std::vector<std::size_t> sameOrder;
   for (std::size_t band = 0; band < cubes.corrected.bands(); ++band) sameOrder.push_back(band);
-  Quality const before =
-      compareWithTruth(cubes.reflectance, demo.correction.counterparts(), fullScale, demo.truthRow);
+  Quality const before = compareWithTruth(cubes.reflectance, demo.correction.counterparts(), fullScale, demo.truthRow);
   Quality const after = compareWithTruth(cubes.corrected, sameOrder, fullScale, demo.truthRow);
   printQuality(demo.correction.wavelengths, before, after);
 
@@ -242,7 +241,8 @@ void runDemo(ResultFolder& folder, std::string const& prefix, Scene const& scene
   folder.writeImage(prefix + "bias", demo.bias, {"Bias frame", {}, {}, 0});
   folder.writeText(prefix + "matrix.txt", matrixText(demo.correction.matrix));
   folder.writeText(prefix + "wavelengths.txt", numbersText(demo.correction.wavelengths));
-  folder.writeCube(prefix + "reflectance", cubes.reflectance, {"Reflectance in the order of the filters", {}, {}, fullScale});
+  folder.writeCube(prefix + "reflectance", cubes.reflectance,
+                   {"Reflectance in the order of the filters", {}, {}, fullScale});
   folder.writeCube(prefix + "corrected", cubes.corrected, describe("Corrected reflectance", demo.correction, options));
   folder.writeText(prefix + "quality.csv", qualityTable(demo.correction.wavelengths, before, after));
   folder.writePicture(prefix + "raw_frame.png", showRaw(demo.scene));

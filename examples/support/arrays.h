@@ -59,8 +59,7 @@ class Image {
 template <typename Sample>
 class Cube {
  public:
-  Cube(unsigned long width, unsigned long height, unsigned long bands)
-      : width_(width), height_(height), bands_(bands) {
+  Cube(unsigned long width, unsigned long height, unsigned long bands) : width_(width), height_(height), bands_(bands) {
     Sample*** planes = nullptr;
     if constexpr (std::is_same_v<Sample, float>) {
       KORVA_Ref_AllocateArray3D_BSQ_float(&planes, width, height, bands);

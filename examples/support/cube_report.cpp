@@ -51,9 +51,8 @@ std::vector<unsigned long> colourBands(SpectralCorrection const& correction) {
   }
   std::vector<unsigned long> bands;
   for (double const place : wanted) {
-    auto const nearest = std::min_element(axis.begin(), axis.end(), [=](double a, double b) {
-      return std::abs(a - place) < std::abs(b - place);
-    });
+    auto const nearest = std::min_element(
+        axis.begin(), axis.end(), [=](double a, double b) { return std::abs(a - place) < std::abs(b - place); });
     bands.push_back(static_cast<unsigned long>(nearest - axis.begin()));
   }
   return bands;

@@ -16,9 +16,9 @@ namespace host {
 using TruthRow = std::function<void(unsigned long row, float* values)>;
 
 struct CubeReport {
-  Picture before;   // three bands as red, green and blue
+  Picture before;  // three bands as red, green and blue
   Picture after;
-  Picture marked;   // after, with numbered rings where the spectra come from
+  Picture marked;  // after, with numbered rings where the spectra come from
   Picture spectra;
 };
 

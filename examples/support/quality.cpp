@@ -81,8 +81,7 @@ void printQuality(std::vector<double> const& wavelengths, Quality const& before,
   std::printf("  PSNR in dB    nm  before  after\n");
   std::size_t const step = (wavelengths.size() + 15) / 16;
   for (std::size_t band = 0; band < wavelengths.size(); band += step) {
-    std::printf("           %7.0f  %6.1f %6.1f\n", wavelengths[band], before.psnrOfBand[band],
-                after.psnrOfBand[band]);
+    std::printf("           %7.0f  %6.1f %6.1f\n", wavelengths[band], before.psnrOfBand[band], after.psnrOfBand[band]);
   }
   std::printf("  before correction: %s\n  after correction:  %s\n", summary(before).c_str(), summary(after).c_str());
 }

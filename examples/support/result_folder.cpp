@@ -46,8 +46,7 @@ ResultFolder::ResultFolder(std::string const& path) : folder_(fs::path(path).lex
   if (!error) fs::create_directory(staging_, error);
   if (error) {
     discard();
-    throw HostError(path + ": expected a folder that results can be written to, found none (" + error.message() +
-                    ")");
+    throw HostError(path + ": expected a folder that results can be written to, found none (" + error.message() + ")");
   }
 }
 
@@ -98,8 +97,8 @@ void ResultFolder::writeRaw(std::string const& name, void const* samples, unsign
   checkWritten(name, std::uintmax_t{count} * sampleSize);
 }
 
-void ResultFolder::writeHeader(std::string const& name, unsigned long width, unsigned long height,
-                               unsigned long bands, int dataType, EnviDescription const& description) {
+void ResultFolder::writeHeader(std::string const& name, unsigned long width, unsigned long height, unsigned long bands,
+                               int dataType, EnviDescription const& description) {
   std::ostringstream text;
   text << "ENVI\ndescription = { " << description.description << " }\nsamples = " << width << "\nlines = " << height
        << "\nbands = " << bands << "\nheader offset = 0\nfile type = ENVI Standard\ndata type = " << dataType

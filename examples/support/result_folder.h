@@ -17,9 +17,9 @@ namespace host {
 // What an ENVI header tells beyond the sizes: enough for common viewers to open the raw file beside it.
 struct EnviDescription {
   std::string description;
-  std::vector<double> wavelengths;           // nanometres, one per band; may be empty
-  std::vector<unsigned long> defaultBands;   // shown as red, green, blue; counted from 0; may be empty
-  double reflectanceScale = 0;               // sample value of reflectance 1; 0 for anything but reflectance
+  std::vector<double> wavelengths;          // nanometres, one per band; may be empty
+  std::vector<unsigned long> defaultBands;  // shown as red, green, blue; counted from 0; may be empty
+  double reflectanceScale = 0;              // sample value of reflectance 1; 0 for anything but reflectance
 };
 
 class ResultFolder {

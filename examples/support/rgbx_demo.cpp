@@ -20,8 +20,7 @@ std::size_t filterAt(unsigned long row, unsigned long column) {
 unsigned short countsOf(double light, Levels const& levels, Random& random) {
   double const range = levels.white - levels.black;
   double const deviation = range * std::sqrt(4e-7 + 3e-5 * light);
-  double const normal =
-      std::sqrt(-2 * std::log(1 - random.unit())) * std::cos(2 * std::numbers::pi * random.unit());
+  double const normal = std::sqrt(-2 * std::log(1 - random.unit())) * std::cos(2 * std::numbers::pi * random.unit());
   double const counts = levels.black + range * light + deviation * normal + 0.5;
   return static_cast<unsigned short>(std::clamp(counts, 0.0, static_cast<double>(levels.white)));
 }
@@ -29,17 +28,35 @@ unsigned short countsOf(double light, Levels const& levels, Random& random) {
 }  // namespace
 
 RgbxCapture photographScene(Scene const& scene, Levels const& levels) {
-  FilterBank bank = idealBands({610, 545, 465, 850}, 70);
-  BandTable const filters(bank);
-  RgbxCapture capture{Frame(scene.width(), scene.height()), Picture(scene.width(), scene.height())};
+  BandTable const filters(idealBands({610, 545, 465, 850}, 70));
+  unsigned long const width = scene.width();
+  unsigned long const height = scene.height();
+  // The lens spreads each point over its neighbours, a quarter each way and half in the middle.
+  Cube<float> const light(width, height, 4);
+  for (std::size_t band = 0; band < 4; ++band) {
+    Image<float> const sharp(width, height);
+    for (unsigned long k = 0; k < sharp.count(); ++k) {
+      sharp.samples()[k] = seen(scene.at(k / width, k % width), filters, band);
+    }
+    for (unsigned long row = 0; row < height; ++row) {
+      float const* const rows[] = {sharp[row == 0 ? 0 : row - 1], sharp[row], sharp[std::min(row + 1, height - 1)]};
+      auto const column3 = [&](unsigned long column) {
+        return rows[0][column] + 2 * rows[1][column] + rows[2][column];
+      };
+      for (unsigned long column = 0; column < width; ++column) {
+        light[band][row][column] =
+            (column3(column == 0 ? 0 : column - 1) + 2 * column3(column) + column3(std::min(column + 1, width - 1))) /
+            16;
+      }
+    }
+  }
+  RgbxCapture capture{Frame(width, height),
+                      colourPicture(light.plane(0), light.plane(1), light.plane(2), width, height, kPaintingWhite)};
   Random random(7);
-  for (unsigned long row = 0; row < scene.height(); ++row) {
-    for (unsigned long column = 0; column < scene.width(); ++column) {
-      Surface const& surface = scene.at(row, column);
-      auto const light = [&](std::size_t band) { return static_cast<double>(seen(surface, filters, band)); };
-      capture.frame[row][column] = countsOf(light(filterAt(row, column)), levels, random);
-      capture.truth.at(column, row) = {screenLevel(light(0) / kPaintingWhite), screenLevel(light(1) / kPaintingWhite),
-                                       screenLevel(light(2) / kPaintingWhite)};
+  for (unsigned long row = 0; row < height; ++row) {
+    for (unsigned long column = 0; column < width; ++column) {
+      auto const signal = static_cast<double>(light[filterAt(row, column)][row][column]);
+      capture.frame[row][column] = countsOf(signal, levels, random);
     }
   }
   return capture;
@@ -65,6 +82,13 @@ RgbxCapture mosaicPhotograph(Picture const& photograph, Levels const& levels) {
     }
   }
   return capture;
+}
+
+Frame uniformFrame(unsigned long width, unsigned long height, double light, Levels const& levels) {
+  Frame frame(width, height);
+  Random random(static_cast<std::uint64_t>(1000 * light) + 3);
+  for (unsigned long k = 0; k < frame.count(); ++k) frame.samples()[k] = countsOf(light, levels, random);
+  return frame;
 }
 
 unsigned long plantDefects(Frame& frame, Levels const& levels) {

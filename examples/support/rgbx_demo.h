@@ -27,7 +27,11 @@ RgbxCapture photographScene(Scene const& scene, Levels const& levels);
 // X is taken as the luma of the photograph, as if its filter were clear. The size is cut to whole filter tiles.
 RgbxCapture mosaicPhotograph(Picture const& photograph, Levels const& levels);
 
-// Makes about one sample in two thousand stuck at its highest or lowest value. Returns how many.
+// A dark (light 0) or evenly lit frame.
+Frame uniformFrame(unsigned long width, unsigned long height, double light, Levels const& levels);
+
+// Makes about one sample in two thousand stuck at its highest or lowest value, the same
+// ones in every frame of a size. Returns how many.
 unsigned long plantDefects(Frame& frame, Levels const& levels);
 
 }  // namespace host

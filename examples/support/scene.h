@@ -13,9 +13,47 @@
 namespace host {
 
 enum class Material : std::uint8_t {
-  black, darkGrey, midGrey, lightGrey, white, skin, sky, foliagePaint, violet, turquoise, orange, indigo, crimson,
-  purple, lime, amber, blue, green, red, yellow, magenta, cyan, leaf, youngLeaf, dryLeaf, soil, sand, wood, bark,
-  terracotta, water, shallows, asphalt, concrete, plaster, slate, solarCell, tomato, lemon, plum, canvas,
+  black,
+  darkGrey,
+  midGrey,
+  lightGrey,
+  white,
+  skin,
+  sky,
+  foliagePaint,
+  violet,
+  turquoise,
+  orange,
+  indigo,
+  crimson,
+  purple,
+  lime,
+  amber,
+  blue,
+  green,
+  red,
+  yellow,
+  magenta,
+  cyan,
+  leaf,
+  youngLeaf,
+  dryLeaf,
+  soil,
+  sand,
+  wood,
+  bark,
+  terracotta,
+  water,
+  shallows,
+  asphalt,
+  concrete,
+  plaster,
+  slate,
+  solarCell,
+  tomato,
+  lemon,
+  plum,
+  canvas,
   count,
   // From here on the same materials as thin paint over charcoal: no difference to the eye, dark to the infrared.
   overCharcoal = 64,
@@ -100,7 +138,8 @@ class Scene {
   // Paints everything.
   template <typename Look>
   void paintAll(Look const& look) {
-    paint(0, 0, aspect(), 1, [](double, double) { return -1.0; }, look);
+    paint(
+        0, 0, aspect(), 1, [](double, double) { return -1.0; }, look);
   }
 
   // Multiplies the shade by factor(x, y) within the box.

@@ -103,14 +103,15 @@ void paintRoad(Scene& scene) {
     double const slope = (roadMiddle(x + 0.01) - roadMiddle(x - 0.01)) / 0.02;
     return (y - roadMiddle(x)) / std::sqrt(1 + slope * slope);
   };
-  scene.paint(0, 0, scene.aspect(), 0.6, [&](double x, double y) { return std::abs(middle(x, y)) - 0.017; },
-              [&](double x, double y, double) {
-                bool const dash = std::abs(middle(x, y)) < 0.0016 && std::fmod(x, 0.03) < 0.017;
-                return dash ? plain(Material::white, 0.9) : plain(Material::asphalt, 1 + 0.15 * texture(x * 80, y * 80, 2, 1));
-              });
+  scene.paint(
+      0, 0, scene.aspect(), 0.6, [&](double x, double y) { return std::abs(middle(x, y)) - 0.017; },
+      [&](double x, double y, double) {
+        bool const dash = std::abs(middle(x, y)) < 0.0016 && std::fmod(x, 0.03) < 0.017;
+        return dash ? plain(Material::white, 0.9) : plain(Material::asphalt, 1 + 0.15 * texture(x * 80, y * 80, 2, 1));
+      });
   Random random(5);
-  constexpr Material kPaints[] = {Material::red, Material::white, Material::blue, Material::amber, Material::black,
-                                  Material::lightGrey};
+  constexpr Material kPaints[] = {Material::red,   Material::white, Material::blue,
+                                  Material::amber, Material::black, Material::lightGrey};
   for (double x = 0.1; x < scene.aspect(); x += random.between(0.07, 0.3)) {
     double const lane = random.unit() < 0.5 ? -0.008 : 0.008;
     double const angle = std::atan2(roadMiddle(x + 0.01) - roadMiddle(x - 0.01), 0.02);
@@ -122,12 +123,13 @@ void paintRoad(Scene& scene) {
   // A bridge where a lane crosses the river.
   double const x = 1.86;
   double const y = riverMiddle(x);
-  scene.paint(x - 0.03, roadMiddle(x), x + 0.03, 1, box(x, (roadMiddle(x) + 1.02) / 2, 0.012, (1.02 - roadMiddle(x)) / 2, 0),
-              [=](double px, double py, double d) {
-                bool const overWater = std::abs(py - y) < 0.085;
-                if (overWater && d > -0.003) return plain(Material::white, 0.85);
-                return plain(overWater ? Material::concrete : Material::sand, 0.95 + 0.1 * texture(px * 60, py * 60, 2, 9));
-              });
+  scene.paint(
+      x - 0.03, roadMiddle(x), x + 0.03, 1, box(x, (roadMiddle(x) + 1.02) / 2, 0.012, (1.02 - roadMiddle(x)) / 2, 0),
+      [=](double px, double py, double d) {
+        bool const overWater = std::abs(py - y) < 0.085;
+        if (overWater && d > -0.003) return plain(Material::white, 0.85);
+        return plain(overWater ? Material::concrete : Material::sand, 0.95 + 0.1 * texture(px * 60, py * 60, 2, 9));
+      });
 }
 
 // A crown is a dome with a sunlit and a shaded side, standing in its own shadow.
@@ -202,8 +204,9 @@ void paintVillage(Scene& scene, double cx, double cy) {
                                    static_cast<float>(0.75 + 0.15 * texture(px * 70, py * 70, 3, 21))};
                   });
       if (row == 1 && column == 3) {
-        scene.paint(x - 0.06, y - 0.06, x + 0.06, y + 0.06, box(x, y, 0.042, 0.024, 0.3),
-                    [](double, double, double d) { return d > -0.004 ? plain(Material::white, 0.95) : plain(Material::cyan, 1.1); });
+        scene.paint(x - 0.06, y - 0.06, x + 0.06, y + 0.06, box(x, y, 0.042, 0.024, 0.3), [](double, double, double d) {
+          return d > -0.004 ? plain(Material::white, 0.95) : plain(Material::cyan, 1.1);
+        });
         scene.name("pool", x, y);
         continue;
       }
@@ -224,7 +227,8 @@ void paintSportsGround(Scene& scene, double cx, double cy) {
   };
   auto const around = [=](double x, double y) { return oval(x, y) - 0.02; };
   scene.paint(cx - 0.26, cy - 0.16, cx + 0.26, cy + 0.16, around, [](double x, double y, double) {
-    return Surface{Material::youngLeaf, Material::soil, 0.85F, static_cast<float>(0.85 + 0.1 * texture(x * 60, y * 60, 3, 61))};
+    return Surface{Material::youngLeaf, Material::soil, 0.85F,
+                   static_cast<float>(0.85 + 0.1 * texture(x * 60, y * 60, 3, 61))};
   });
   scene.paint(cx - 0.26, cy - 0.16, cx + 0.26, cy + 0.16, oval, [=](double x, double y, double d) {
     double const lane = std::abs(std::remainder(d + 0.0045, 0.009));

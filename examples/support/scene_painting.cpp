@@ -69,13 +69,15 @@ void paintSkyAndSea(Scene& scene) {
 }
 
 void paintHills(Scene& scene) {
-  auto const ridge = [](double x) { return kHorizon - 0.035 - 0.05 * bumps(x * 2.1 + 3, 0.5, 1) - 0.012 * bumps(x * 9, 1, 2); };
-  scene.paint(0, 0.3, scene.aspect(), kHorizon,
-              [=](double x, double y) { return std::max(ridge(x) - y, y - kHorizon); },
-              [](double x, double y, double) {
-                double const stroke = bristles(x, y, -0.5, 12);
-                return mixed(Material::purple, Material::foliagePaint, 0.5 + 0.7 * stroke, 1.1 + 0.3 * stroke);
-              });
+  auto const ridge = [](double x) {
+    return kHorizon - 0.035 - 0.05 * bumps(x * 2.1 + 3, 0.5, 1) - 0.012 * bumps(x * 9, 1, 2);
+  };
+  scene.paint(
+      0, 0.3, scene.aspect(), kHorizon, [=](double x, double y) { return std::max(ridge(x) - y, y - kHorizon); },
+      [](double x, double y, double) {
+        double const stroke = bristles(x, y, -0.5, 12);
+        return mixed(Material::purple, Material::foliagePaint, 0.5 + 0.7 * stroke, 1.1 + 0.3 * stroke);
+      });
 }
 
 void paintHouses(Scene& scene) {
@@ -116,23 +118,32 @@ void paintHouses(Scene& scene) {
 
 void paintBoat(Scene& scene, double x, double y, double size, Material hull, Material sail) {
   scene.paint(x - size, y - size * 0.1, x + size, y + size * 0.3,
-              polygon({{x - 0.62 * size, y}, {x + 0.7 * size, y - 0.05 * size}, {x + 0.48 * size, y + 0.2 * size},
+              polygon({{x - 0.62 * size, y},
+                       {x + 0.7 * size, y - 0.05 * size},
+                       {x + 0.48 * size, y + 0.2 * size},
                        {x - 0.46 * size, y + 0.2 * size}}),
               [=](double px, double py, double) {
                 bool const trim = py < y + 0.045 * size;
                 return plain(trim ? Material::white : hull, 0.85 + 0.1 * bristles(px, py, 0.05, 7));
               });
-  scene.paint(x - size, y - 1.5 * size, x + size, y + 0.1 * size,
-              polygon({{x + 0.03 * size, y - 1.35 * size}, {x + 0.6 * size, y - 0.14 * size}, {x + 0.03 * size, y - 0.1 * size}}),
-              [=](double px, double py, double) { return plain(sail, 0.92 + 0.12 * bristles(px, py, 1.2, 9)); });
-  scene.paint(x - size, y - 1.5 * size, x + size, y + 0.1 * size,
-              polygon({{x - 0.05 * size, y - 1.2 * size}, {x - 0.05 * size, y - 0.1 * size}, {x - 0.5 * size, y - 0.16 * size}}),
-              [=](double px, double py, double) {
-                bool const stripe = std::fmod(py - y + 9 * size, 0.24 * size) < 0.12 * size;
-                return plain(stripe ? hull : Material::white, 0.9 + 0.1 * bristles(px, py, 1.0, 10));
-              });
+  scene.paint(
+      x - size, y - 1.5 * size, x + size, y + 0.1 * size,
+      polygon(
+          {{x + 0.03 * size, y - 1.35 * size}, {x + 0.6 * size, y - 0.14 * size}, {x + 0.03 * size, y - 0.1 * size}}),
+      [=](double px, double py, double) { return plain(sail, 0.92 + 0.12 * bristles(px, py, 1.2, 9)); });
+  scene.paint(
+      x - size, y - 1.5 * size, x + size, y + 0.1 * size,
+      polygon(
+          {{x - 0.05 * size, y - 1.2 * size}, {x - 0.05 * size, y - 0.1 * size}, {x - 0.5 * size, y - 0.16 * size}}),
+      [=](double px, double py, double) {
+        bool const stripe = std::fmod(py - y + 9 * size, 0.24 * size) < 0.12 * size;
+        return plain(stripe ? hull : Material::white, 0.9 + 0.1 * bristles(px, py, 1.0, 10));
+      });
   scene.paint(x - 0.1 * size, y - 1.5 * size, x + 0.1 * size, y,
-              polygon({{x - 0.02 * size, y - 1.42 * size}, {x + 0.015 * size, y - 1.42 * size}, {x + 0.02 * size, y}, {x - 0.025 * size, y}}),
+              polygon({{x - 0.02 * size, y - 1.42 * size},
+                       {x + 0.015 * size, y - 1.42 * size},
+                       {x + 0.02 * size, y},
+                       {x - 0.025 * size, y}}),
               [](double, double, double) { return plain(Material::bark, 0.9); });
 }
 

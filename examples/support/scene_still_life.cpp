@@ -122,7 +122,6 @@ void paintPlant(Scene& scene, double x, double foot) {
               random.between(0.032, 0.046), young ? Material::youngLeaf : Material::leaf,
               random.between(0.72, 1.0) * (0.72 + 0.006 * k), random.between(-0.1, 0.1));
   }
-  
 }
 
 void paintBall(Scene& scene, double x, double y, double radius, double stretch, Material skin, std::uint64_t seed) {
@@ -165,7 +164,7 @@ void paintTiles(Scene& scene, double left, double top, double size) {
       });
     }
   }
-  scene.name("blue glaze", left + 0.045 * size, top + 0.06 * size);
+  scene.name("blue glaze", left + 0.075 * size, top + 0.075 * size);
 }
 
 void paintBowl(Scene& scene, double x, double y, double radius) {

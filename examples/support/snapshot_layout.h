@@ -15,9 +15,9 @@ struct SnapshotLayout {
   enum class Kind { mosaic, tiled };
 
   Kind kind;
-  unsigned long unitWidth;   // of a mosaic cell, or of a tile
+  unsigned long unitWidth;  // of a mosaic cell, or of a tile
   unsigned long unitHeight;
-  Box crop;                  // the part of the frame that is used; it starts on a whole unit
+  Box crop;  // the part of the frame that is used; it starts on a whole unit
 
   unsigned long unitsAcross() const { return crop.width / unitWidth; }
   unsigned long unitsDown() const { return crop.height / unitHeight; }

@@ -92,10 +92,9 @@ FilterBank cameraBands(std::vector<double> const& centres, double fullWidth, std
   for (std::size_t band = 0; band < bank.size(); ++band) {
     std::size_t const row = band / gridColumns;
     std::size_t const column = band % gridColumns;
-    std::size_t const neighbours[] = {(row + 1) % gridRows * gridColumns + column,
-                                      (row + gridRows - 1) % gridRows * gridColumns + column,
-                                      row * gridColumns + (column + 1) % gridColumns,
-                                      row * gridColumns + (column + gridColumns - 1) % gridColumns};
+    std::size_t const neighbours[] = {
+        (row + 1) % gridRows * gridColumns + column, (row + gridRows - 1) % gridRows * gridColumns + column,
+        row * gridColumns + (column + 1) % gridColumns, row * gridColumns + (column + gridColumns - 1) % gridColumns};
     for (std::size_t k = 0; k < kSpectrumSize; ++k) {
       double stray = 0;
       for (std::size_t const neighbour : neighbours) stray += clean[neighbour][k] / 4;
