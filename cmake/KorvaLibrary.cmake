@@ -27,10 +27,11 @@ function(korva_add_library target)
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
     LINK_DEPENDS ${PROJECT_SOURCE_DIR}/src/korva_reference_api.map)
 
-  # These stand after the user's flags. The first two keep the bits; fast-math at link time alone would add start-up
-  # code that changes the host's floating-point mode.
+  # These stand after the user's flags. The first three keep the bits (clang's -Ofast would take subnormals for zeros);
+  # fast-math at link time alone would add start-up code that changes the host's floating-point mode, and there -Ofast
+  # counts as such unless another level follows.
   target_compile_options(${target} PRIVATE
-    -ffp-contract=off -fno-fast-math
+    -ffp-contract=off -fno-fast-math $<$<CXX_COMPILER_ID:Clang>:-fdenormal-fp-math=ieee>
     # Lets loops with comparisons become selects: results stay, only the exception flags may differ.
     -fno-trapping-math
     -fno-exceptions -fno-rtti
@@ -38,7 +39,7 @@ function(korva_add_library target)
     # 32-byte vectors never cross a call that is not inlined.
     -Wno-psabi)
   target_link_options(${target} PRIVATE
-    -fno-fast-math
+    -fno-fast-math -fno-unsafe-math-optimizations -O2
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/korva_reference_api.map
     # -Bsymbolic: the calls of one routine to another stay inside, whatever a host defines under the same names.
     -Wl,-Bsymbolic -Wl,--as-needed -Wl,-z,defs)
