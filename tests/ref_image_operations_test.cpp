@@ -212,6 +212,16 @@ TEST(ColourConversion, EveryRoundingShows) {
       c.compare(routine::RGBToYCbCr_float, out, rgb, 997, 1, kb, kr);
       auto const ycc = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0, difference), 0));
       c.compare(routine::YCbCrToRGB_float, out, ycc, 997, 1, kb, kr);
+      // Small differences that put green next to the middle between two floats.
+      auto const besideMiddle = c.input<float, 3>({997, 1, 3}, 1, [=](std::span<float> all, Random&) {
+        std::fill(all.begin(), all.end(), 0.0f);
+        for (std::size_t k = 0; k < 997; ++k) {
+          all[k] = u[k];
+          double const half = (std::nextafter(u[k], 1e9f) - static_cast<double>(u[k])) * 0.5;
+          all[997 + k] = static_cast<float>(half * (1.0 - kr - kb) / (kb * (2.0 - 2.0 * kb)));
+        }
+      });
+      c.compare(routine::YCbCrToRGB_float, out, besideMiddle, 997, 1, kb, kr);
     });
   }
 }
