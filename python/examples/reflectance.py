@@ -45,7 +45,7 @@ if options.frame:
     )
     bands = mosaic_width * mosaic_height
     matrix = np.loadtxt(options.matrix, ndmin=2) if options.matrix else np.eye(bands)
-    wavelengths = np.loadtxt(options.wavelengths).ravel() if options.wavelengths else np.arange(len(matrix)) * 1.0
+    wavelengths = np.loadtxt(options.wavelengths).ravel() if options.wavelengths else None
     points = {text: tuple(int(number) for number in text.split(",")) for text in options.points}
 else:
     camera = synthetic.Camera(options.height, options.width)
@@ -84,8 +84,13 @@ measured = reflectance(demosaiced)
 corrected = korva.apply_spectral_correction_bsq(measured, matrix)
 
 # %% The cube, for any viewer
-red, green, blue = (int(np.argmin(np.abs(wavelengths - nm))) for nm in (620, 550, 470)) if wavelengths[0] > 300 else (
-    len(matrix) - 1, len(matrix) // 2, 0)
+if wavelengths is None:
+    red, green, blue = len(matrix) - 1, len(matrix) // 2, 0
+    axis_values, axis_name, shown_as = np.arange(len(matrix)), "band", f"bands {red}, {green}, {blue}"
+else:
+    red, green, blue = (int(np.argmin(np.abs(wavelengths - nm))) for nm in (620, 550, 470))
+    axis_values, axis_name = wavelengths, "wavelength, nm"
+    shown_as = " / ".join(f"{wavelengths[band]:.0f}" for band in (red, green, blue)) + " nm"
 korva.envi.write(options.output / "reflectance.raw", corrected, wavelength=wavelengths,
                  default_bands=[red, green, blue], description=f"reflectance x {FULL_SCALE}")
 
@@ -103,8 +108,8 @@ shown = axes[0, 0].imshow(frame, cmap="gray", vmin=0, vmax=np.percentile(frame, 
 axes[0, 0].set_title(f"Raw frame, {frame.shape[1]} x {frame.shape[0]}")
 figure.colorbar(shown, ax=axes[0, 0], label="counts", shrink=0.9)
 y, x = (int(0.33 * size) // 4 * 4 for size in frame.shape)
-if camera:  # The corner of the yellow patch.
-    y, x = np.argwhere(camera.labels == synthetic.NAMES.index("yellow"))[0] // 4 * 4 - 12
+if camera:  # A corner of the yellow patch.
+    y, x = np.argwhere(camera.labels == synthetic.NAMES.index("yellow"))[-1] // 4 * 4 - 20
 axes[0, 0].add_patch(Rectangle((x, y), 32, 32, fill=False, color="tab:orange", linewidth=1.5))
 axes[0, 1].imshow(frame[y : y + 32, x : x + 32], cmap="gray", extent=(x, x + 32, y + 32, y))
 axes[0, 1].set_title(f"32 x 32 pixels of it: cells of {mosaic_width} x {mosaic_height} filters", color="tab:orange")
@@ -128,7 +133,7 @@ figure.savefig(options.output / "1_frame.png")
 figure = plt.figure(figsize=(13, 5.3), layout="constrained")
 axes = figure.subplot_mosaic([["all", "before"], ["all", "after"]], width_ratios=[2.35, 1])
 axes["all"].imshow(colours(corrected))
-axes["all"].set_title(f"Reflectance, {wavelengths[red]:.0f} / {wavelengths[green]:.0f} / {wavelengths[blue]:.0f} nm")
+axes["all"].set_title(f"Reflectance, {shown_as}")
 for name, (row, column) in points.items():
     axes["all"].plot(column, row, "o", markersize=9, markerfacecolor="none", color="white", markeredgewidth=1.5)
     axes["all"].annotate(name, (column, row), (0, -15), textcoords="offset points", color="white", ha="center",
@@ -155,14 +160,14 @@ if points:
         if camera:
             spectrum = synthetic.SPECTRA.T @ camera.seen[:, 4 * row + 1, 4 * column + 1]
             axis.plot(synthetic.GRID, spectrum, color="0.6", linewidth=4, label="true spectrum", solid_capstyle="round")
-        if len(measured) == len(wavelengths):
-            axis.plot(wavelengths, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
+        if len(measured) == len(corrected):
+            axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
                       label="measured")
-        axis.plot(wavelengths, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
+        axis.plot(axis_values, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
         axis.set_title(f"{name}  (cell {row}, {column})")
         axis.set_ylim(0, max(0.3, 1.1 * axis.get_ylim()[1]))
     axes[0, 0].legend(frameon=False, loc="upper left")
-    figure.supxlabel("wavelength, nm" if wavelengths[0] > 300 else "band")
+    figure.supxlabel(axis_name)
     figure.supylabel("reflectance")
     figure.savefig(options.output / "3_spectra.png")
 

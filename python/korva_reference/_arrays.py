@@ -1,7 +1,6 @@
 """Checks arguments, and makes the pointers that the library takes.
 
-The library trusts its caller completely, so whatever these functions let through must be right. Numbers are checked
-before arrays, because converting a number may run foreign code.
+The library trusts its caller completely, so whatever these functions let through must be right.
 """
 
 from __future__ import annotations
