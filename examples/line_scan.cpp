@@ -14,7 +14,6 @@
 #include "support/host_run.h"
 #include "support/line_scan_demo.h"
 #include "support/progress.h"
-#include "support/quality.h"
 #include "support/result_folder.h"
 
 using namespace host;
@@ -197,26 +196,11 @@ void addOptions(CLI::App& app, Options& options) {
 
 // ---- Results ----
 
-Picture showRaw(Frame const& frame) {
-  return greyPicture(frame, 0, percentile(std::span<unsigned short const>(frame.samples(), frame.count()), 0.995));
-}
-
-void writeResults(ResultFolder& folder, Cubes const& cubes, Frame const& frame, SpectralCorrection const& correction,
-                  CubeReport const& report, CalibrationOptions const& options) {
-  folder.writeCube(
-      "corrected", cubes.corrected,
-      {"Corrected reflectance", correction.wavelengths, colourBands(correction), double(options.fullScale)});
-  folder.writePicture("raw_frame.png", showRaw(frame));
-  folder.writePicture("colour_before.png", report.before);
-  folder.writePicture("colour_after.png", report.after);
-  folder.writePicture("spectra.png", report.spectra);
-}
-
 // What a README shows of the whole road: the scene's left half before the correction, its right half after.
 Picture overview(CubeReport const& report) {
-  Picture scene = shrunkTo(report.marked, 1216);
+  Picture scene = shrunkTo(report.markedAfter, 1216);
   unsigned long const half = scene.width() / 2;
-  paste(scene, cropped(shrunkTo(report.before, 1216), 0, 0, half, scene.height()), 0, 0);
+  paste(scene, cropped(shrunkTo(report.markedBefore, 1216), 0, 0, half, scene.height()), 0, 0);
   fillBox(scene, {double(half) - 1, 0}, {double(half) + 1, double(scene.height())}, {255, 255, 255});
   return fewerLevels(
       stacked({captioned(scene, "Left: before correction, right: after (640, 550, 465 nm)"), report.spectra}), 5);
@@ -244,7 +228,7 @@ void processUserFrames(Options const& options) {
   frames.read(middle, frames.size() / 2);
   CubeReport const report = reportCube(cubes.reflectance, cubes.corrected, correction, calibration.fullScale,
                                        spreadPoints(cubes.corrected.width(), cubes.corrected.height()), {}, "Spectra");
-  writeResults(folder, cubes, middle, correction, report, calibration);
+  writeReport(folder, "", middle, cubes.corrected, correction, calibration.fullScale, report);
   folder.publish();
   std::printf("%lu bands of %lu x %lu are in %s\n", cubes.corrected.bands(), cubes.corrected.width(),
               cubes.corrected.height(), folder.path().c_str());
@@ -277,22 +261,13 @@ void runDemo(Options options) {
   };
   Cubes const cubes = process(source, demo.frames(), white, &bias, layout, demo.correction(), calibration);
 
-  auto const fullScale = double(calibration.fullScale);
-  std::vector<std::size_t> sameOrder;
-  for (std::size_t band = 0; band < cubes.corrected.bands(); ++band) sameOrder.push_back(band);
-  Quality const before = compareWithTruth(cubes.reflectance, sameOrder, fullScale, demo.truthRow());
-  Quality const after = compareWithTruth(cubes.corrected, sameOrder, fullScale, demo.truthRow());
-  printQuality(demo.correction().wavelengths, before, after);
-
+  double const fullScale = calibration.fullScale;
+  folder.writeText("quality.csv",
+                   measureQuality(cubes.reflectance, cubes.corrected, demo.correction(), fullScale, demo.truthRow()));
   CubeReport const report = reportCube(cubes.reflectance, cubes.corrected, demo.correction(), fullScale,
                                        scene.landmarks(), demo.truthRow(), "Six points of the landscape");
-  folder.writeImage("frame", middle, {"Raw frame " + std::to_string(demo.frames() / 2), {}, {}, 0});
-  folder.writeImage("white", white, {"White reference", {}, {}, 0});
-  folder.writeImage("bias", bias, {"Bias frame", {}, {}, 0});
-  folder.writeText("matrix.txt", matrixText(demo.correction().matrix));
-  folder.writeText("wavelengths.txt", numbersText(demo.correction().wavelengths));
-  folder.writeText("quality.csv", qualityTable(demo.correction().wavelengths, before, after));
-  writeResults(folder, cubes, middle, demo.correction(), report, calibration);
+  writeCapture(folder, "", middle, white, bias, demo.correction());
+  writeReport(folder, "", middle, cubes.corrected, demo.correction(), fullScale, report);
   folder.writePicture("overview.png", overview(report));
   folder.publish();
   std::printf("Results are in %s\n", folder.path().c_str());

@@ -9,7 +9,6 @@
 #include "support/cube_report.h"
 #include "support/drawing.h"
 #include "support/host_run.h"
-#include "support/quality.h"
 #include "support/result_folder.h"
 #include "support/snapshot_demo.h"
 #include "support/snapshot_layout.h"
@@ -173,20 +172,6 @@ void addOptions(CLI::App& app, Options& options) {
 
 // ---- Results ----
 
-Picture showRaw(Frame const& frame) {
-  return greyPicture(frame, 0, percentile(std::span<unsigned short const>(frame.samples(), frame.count()), 0.995));
-}
-
-EnviDescription describe(std::string text, SpectralCorrection const& correction, CalibrationOptions const& options) {
-  return {std::move(text), correction.wavelengths, colourBands(correction), double(options.fullScale)};
-}
-
-void writeReport(ResultFolder& folder, std::string const& prefix, CubeReport const& report) {
-  folder.writePicture(prefix + "colour_before.png", report.before);
-  folder.writePicture(prefix + "colour_after.png", report.after);
-  folder.writePicture(prefix + "spectra.png", report.spectra);
-}
-
 void processUserFrame(Options const& options) {
   CalibrationOptions const& calibration = options.calibration;
   SnapshotLayout const layout = layoutOf(options);
@@ -202,9 +187,7 @@ void processUserFrame(Options const& options) {
   Cubes const cubes = process(frame, white, bias ? &*bias : nullptr, layout, correction, calibration);
   CubeReport const report = reportCube(cubes.reflectance, cubes.corrected, correction, calibration.fullScale,
                                        spreadPoints(layout.bandWidth(), layout.bandHeight()), {}, "Spectra");
-  folder.writeCube("corrected", cubes.corrected, describe("Corrected reflectance", correction, calibration));
-  folder.writePicture("raw_frame.png", showRaw(frame));
-  writeReport(folder, "", report);
+  writeReport(folder, "", frame, cubes.corrected, correction, calibration.fullScale, report);
   folder.publish();
   std::printf("%lu bands of %lu x %lu are in %s\n", cubes.corrected.bands(), cubes.corrected.width(),
               cubes.corrected.height(), folder.path().c_str());
@@ -212,11 +195,11 @@ void processUserFrame(Options const& options) {
 
 // What a README shows of the whole road.
 Picture overview(Frame const& raw, CubeReport const& report) {
-  Picture const closeUp = cropped(showRaw(raw), raw.width() * 214 / 1000, raw.height() * 399 / 1000, 42, 68);
+  Picture const closeUp = cropped(showCounts(raw), raw.width() * 214 / 1000, raw.height() * 399 / 1000, 42, 68);
   auto const fitted = [](Picture const& picture) { return shrunkTo(picture, 512); };
   return fewerLevels(stacked({sideBySide({captioned(enlarged(closeUp, 4), "Raw mosaic"),
                                           captioned(fitted(report.before), "Before correction: 640, 550, 465 nm"),
-                                          captioned(fitted(report.marked), "After spectral correction")}),
+                                          captioned(fitted(report.markedAfter), "After spectral correction")}),
                               report.spectra}),
                      5);
 }
@@ -227,26 +210,15 @@ void runDemo(ResultFolder& folder, std::string const& prefix, Scene const& scene
   SnapshotDemo const demo = takeSnapshot(scene, camera, layout, options);
   Cubes const cubes = process(demo.scene, demo.white, &demo.bias, layout, demo.correction, options);
 
-  auto const fullScale = double(options.fullScale);
-  std::vector<std::size_t> sameOrder;
-  for (std::size_t band = 0; band < cubes.corrected.bands(); ++band) sameOrder.push_back(band);
-  Quality const before = compareWithTruth(cubes.reflectance, demo.correction.counterparts(), fullScale, demo.truthRow);
-  Quality const after = compareWithTruth(cubes.corrected, sameOrder, fullScale, demo.truthRow);
-  printQuality(demo.correction.wavelengths, before, after);
-
+  double const fullScale = options.fullScale;
+  folder.writeText(prefix + "quality.csv",
+                   measureQuality(cubes.reflectance, cubes.corrected, demo.correction, fullScale, demo.truthRow));
   CubeReport const report = reportCube(cubes.reflectance, cubes.corrected, demo.correction, fullScale, demo.points,
                                        demo.truthRow, "Six points of the still life");
-  folder.writeImage(prefix + "frame", demo.scene, {"Raw frame", {}, {}, 0});
-  folder.writeImage(prefix + "white", demo.white, {"White reference", {}, {}, 0});
-  folder.writeImage(prefix + "bias", demo.bias, {"Bias frame", {}, {}, 0});
-  folder.writeText(prefix + "matrix.txt", matrixText(demo.correction.matrix));
-  folder.writeText(prefix + "wavelengths.txt", numbersText(demo.correction.wavelengths));
+  writeCapture(folder, prefix, demo.scene, demo.white, demo.bias, demo.correction);
   folder.writeCube(prefix + "reflectance", cubes.reflectance,
                    {"Reflectance in the order of the filters", {}, {}, fullScale});
-  folder.writeCube(prefix + "corrected", cubes.corrected, describe("Corrected reflectance", demo.correction, options));
-  folder.writeText(prefix + "quality.csv", qualityTable(demo.correction.wavelengths, before, after));
-  folder.writePicture(prefix + "raw_frame.png", showRaw(demo.scene));
-  writeReport(folder, prefix, report);
+  writeReport(folder, prefix, demo.scene, cubes.corrected, demo.correction, fullScale, report);
   if (layout.kind == SnapshotLayout::Kind::mosaic) folder.writePicture("overview.png", overview(demo.scene, report));
 }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "quality.h"
 #include "spectra_plot.h"
 
 namespace host {
@@ -80,12 +81,14 @@ CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, 
   for (unsigned long const band : colours) {
     white = std::max(white, percentile(std::span<unsigned short const>(corrected.plane(band), width * height), 0.985));
   }
+  white = std::min(white, fullScale);  // flagged samples are no light
   Picture const after = colourPicture(corrected.plane(colours[0]), corrected.plane(colours[1]),
                                       corrected.plane(colours[2]), width, height, white);
   Picture const before =
       colourPicture(reflectance.plane(counterparts[colours[0]]), reflectance.plane(counterparts[colours[1]]),
                     reflectance.plane(counterparts[colours[2]]), width, height, white);
-  Picture marked = after;
+  Picture markedBefore = before;
+  Picture markedAfter = after;
 
   std::vector<PointSpectra> spectra;
   for (Landmark const& point : points) {
@@ -97,14 +100,49 @@ CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, 
       found.after.push_back(meanAround(corrected[band], point) / fullScale);
     }
     spectra.push_back(std::move(found));
-    markPoint(marked, (static_cast<double>(point.column) + 0.5) / static_cast<double>(width),
-              (static_cast<double>(point.row) + 0.5) / static_cast<double>(height), spectra.size());
+    for (Picture* const picture : {&markedBefore, &markedAfter}) {
+      markPoint(*picture, (static_cast<double>(point.column) + 0.5) / static_cast<double>(width),
+                (static_cast<double>(point.row) + 0.5) / static_cast<double>(height), spectra.size());
+    }
   }
-  if (spectra.empty()) return {before, after, marked, Picture(1, 1)};  // an image too small for any point
+  if (spectra.empty()) return {before, after, before, after, Picture(1, 1)};  // an image too small for any point
   bool const known = !correction.wavelengths.empty();
   Picture const chart = plotSpectra(spectra, axisOf(correction), title,
                                     known ? "reflectance over wavelength (nm)" : "reflectance over band number");
-  return {before, after, marked, chart};
+  return {before, after, markedBefore, markedAfter, chart};
+}
+
+Picture showCounts(Frame const& frame) {
+  return greyPicture(frame, 0, percentile(std::span<unsigned short const>(frame.samples(), frame.count()), 0.995));
+}
+
+std::string measureQuality(CountCube const& reflectance, CountCube const& corrected,
+                           SpectralCorrection const& correction, double fullScale, TruthRow const& truthRow) {
+  std::vector<std::size_t> sameOrder(corrected.bands());
+  std::iota(sameOrder.begin(), sameOrder.end(), std::size_t{0});
+  Quality const before = compareWithTruth(reflectance, correction.counterparts(), fullScale, truthRow);
+  Quality const after = compareWithTruth(corrected, sameOrder, fullScale, truthRow);
+  printQuality(correction.wavelengths, before, after);
+  return qualityTable(correction.wavelengths, before, after);
+}
+
+void writeReport(ResultFolder& folder, std::string const& prefix, Frame const& raw, CountCube const& corrected,
+                 SpectralCorrection const& correction, double fullScale, CubeReport const& report) {
+  folder.writeCube(prefix + "corrected", corrected,
+                   {"Corrected reflectance", correction.wavelengths, colourBands(correction), fullScale});
+  folder.writePicture(prefix + "raw_frame.png", showCounts(raw));
+  folder.writePicture(prefix + "colour_before.png", report.before);
+  folder.writePicture(prefix + "colour_after.png", report.after);
+  folder.writePicture(prefix + "spectra.png", report.spectra);
+}
+
+void writeCapture(ResultFolder& folder, std::string const& prefix, Frame const& scene, Frame const& white,
+                  Frame const& bias, SpectralCorrection const& correction) {
+  folder.writeImage(prefix + "frame", scene, {"Raw frame", {}, {}, 0});
+  folder.writeImage(prefix + "white", white, {"White reference", {}, {}, 0});
+  folder.writeImage(prefix + "bias", bias, {"Bias frame", {}, {}, 0});
+  folder.writeText(prefix + "matrix.txt", matrixText(correction.matrix));
+  folder.writeText(prefix + "wavelengths.txt", numbersText(correction.wavelengths));
 }
 
 }  // namespace host

@@ -8,6 +8,7 @@
 
 #include "calibration.h"
 #include "picture.h"
+#include "result_folder.h"
 #include "scene.h"
 
 namespace host {
@@ -18,7 +19,8 @@ using TruthRow = std::function<void(unsigned long row, float* values)>;
 struct CubeReport {
   Picture before;  // three bands as red, green and blue
   Picture after;
-  Picture marked;  // after, with numbered rings where the spectra come from
+  Picture markedBefore;  // with numbered rings where the spectra come from
+  Picture markedAfter;
   Picture spectra;
 };
 
@@ -31,6 +33,21 @@ std::vector<Landmark> spreadPoints(unsigned long width, unsigned long height);
 CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, SpectralCorrection const& correction,
                       double fullScale, std::vector<Landmark> const& points, TruthRow const& truthRow,
                       std::string const& title);
+
+// Raw counts, so that nearly all of them are below white.
+Picture showCounts(Frame const& frame);
+
+// Tells how close the reflectance comes to the truth before and after its correction; returns it as a table, too.
+std::string measureQuality(CountCube const& reflectance, CountCube const& corrected,
+                           SpectralCorrection const& correction, double fullScale, TruthRow const& truthRow);
+
+// The corrected cube and the pictures, all names starting with the prefix.
+void writeReport(ResultFolder& folder, std::string const& prefix, Frame const& raw, CountCube const& corrected,
+                 SpectralCorrection const& correction, double fullScale, CubeReport const& report);
+
+// What a synthetic camera delivers, in the form in which a user would give it.
+void writeCapture(ResultFolder& folder, std::string const& prefix, Frame const& scene, Frame const& white,
+                  Frame const& bias, SpectralCorrection const& correction);
 
 }  // namespace host
 

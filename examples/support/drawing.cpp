@@ -297,7 +297,7 @@ Picture arranged(std::vector<Picture> const& pictures, bool downwards) {
   Picture result(downwards ? width : width - kGap, downwards ? height - kGap : height);
   unsigned long place = 0;
   for (Picture const& picture : pictures) {
-    paste(result, picture, downwards ? 0 : place, downwards ? place : 0);
+    paste(result, picture, downwards ? (width - picture.width()) / 2 : place, downwards ? place : 0);
     place += (downwards ? picture.height() : picture.width()) + kGap;
   }
   return result;

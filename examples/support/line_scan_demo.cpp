@@ -3,13 +3,6 @@
 namespace host {
 namespace {
 
-std::vector<double> spreadWavelengths(std::size_t bands) {
-  std::vector<double> wavelengths;
-  double const gaps = static_cast<double>(std::max<std::size_t>(bands - 1, 1));
-  for (std::size_t k = 0; k < bands; ++k) wavelengths.push_back(465 + 435 * static_cast<double>(k) / gaps);
-  return wavelengths;
-}
-
 constexpr double kFullWidth = 14;
 
 }  // namespace
@@ -18,7 +11,7 @@ LineScanDemo::LineScanDemo(Scene const& scene, StripLayout const& layout, Calibr
     : scene_(scene),
       layout_(layout),
       options_(options),
-      correction_{{}, spreadWavelengths(layout.bands())},
+      correction_{{}, spreadWavelengths(layout.bands(), 465, 900)},
       camera_(layout.width, layout.height),
       strengths_(bandStrengths(correction_.wavelengths)),
       measured_(cameraBands(correction_.wavelengths, kFullWidth, 1)),

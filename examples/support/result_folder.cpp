@@ -110,7 +110,7 @@ void ResultFolder::writeHeader(std::string const& name, unsigned long width, uns
     text << "default bands = " << braced(description.defaultBands, 1UL) << "\n";
   }
   if (description.reflectanceScale > 0) {
-    text << "reflectance scale factor = " << description.reflectanceScale << "\n";
+    text << "reflectance scale factor = " << description.reflectanceScale << "\ndata ignore value = 65535\n";
   }
   writeText(name + ".hdr", text.str());
 }

@@ -87,6 +87,8 @@ struct Surface {
   float shade = 1;
 };
 
+inline Surface plain(Material material, double shade) { return {material, material, 1, static_cast<float>(shade)}; }
+
 // What one band sees of a surface; values holds that band's view of each material.
 inline float seen(Surface const& surface, BandTable const& table, std::size_t band) {
   float const over = table.of(static_cast<std::uint8_t>(surface.over))[band];

@@ -7,8 +7,6 @@
 namespace host {
 namespace {
 
-Surface plain(Material material, double shade) { return {material, material, 1, static_cast<float>(shade)}; }
-
 auto box(double cx, double cy, double halfWidth, double halfHeight, double angle) {
   double const c = std::cos(angle);
   double const s = std::sin(angle);
@@ -264,7 +262,7 @@ Scene landscape(unsigned long width, unsigned long height) {
   paintVillage(scene, 2.3, 0.165);
   paintSportsGround(scene, 1.3, 0.15);
   scene.name("wood", 3.45, 0.12);
-  scene.name("crop", 0.72, 0.5);
+  scene.name("ploughed field", 0.72, 0.5);
   return scene;
 }
 

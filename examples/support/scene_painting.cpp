@@ -11,8 +11,6 @@ namespace {
 
 constexpr double kHorizon = 0.52;
 
-Surface plain(Material material, double shade) { return {material, material, 1, static_cast<float>(shade)}; }
-
 Surface mixed(Material over, Material under, double share, double shade) {
   return {over, under, static_cast<float>(std::clamp(share, 0.0, 1.0)), static_cast<float>(shade)};
 }

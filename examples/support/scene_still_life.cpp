@@ -9,8 +9,6 @@ namespace {
 
 constexpr double kTableEdge = 0.66;
 
-Surface plain(Material material, double shade) { return {material, material, 1, static_cast<float>(shade)}; }
-
 void paintRoom(Scene& scene) {
   scene.paintAll([](double x, double y, double) {
     double const light = 0.95 - 0.22 * std::hypot(x - 0.75, y - 0.2) + 0.05 * texture(x * 6, y * 6, 5, 1);

@@ -5,13 +5,6 @@
 namespace host {
 namespace {
 
-std::vector<double> spreadWavelengths(std::size_t bands) {
-  std::vector<double> wavelengths;
-  double const gaps = static_cast<double>(std::max<std::size_t>(bands - 1, 1));
-  for (std::size_t k = 0; k < bands; ++k) wavelengths.push_back(465 + 400 * static_cast<double>(k) / gaps);
-  return wavelengths;
-}
-
 // The scene as a grid of cells, each seen at its middle: between the pixels where the cell's size is even.
 struct SceneCells {
   Scene const* scene;
@@ -40,7 +33,7 @@ SnapshotDemo takeSnapshot(Scene const& scene, Camera const& camera, SnapshotLayo
   unsigned long const gridRows = mosaic ? layout.unitHeight : layout.unitsDown();
 
   // Makers scatter the bands of a mosaic over its cell; tiles stand in order.
-  std::vector<double> const wavelengths = spreadWavelengths(layout.bands());
+  std::vector<double> const wavelengths = spreadWavelengths(layout.bands(), 465, 865);
   std::vector<double> centres = wavelengths;
   if (mosaic) {
     std::sort(centres.begin(), centres.end(), [](double a, double b) {

@@ -1,5 +1,6 @@
 #include "spectra.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace host {
@@ -53,6 +54,15 @@ Matrix covariance(FilterBank const& rows, FilterBank const& columns) {
 }
 
 }  // namespace
+
+std::vector<double> spreadWavelengths(std::size_t bands, double first, double last) {
+  double const gaps = static_cast<double>(std::max<std::size_t>(bands - 1, 1));
+  std::vector<double> wavelengths;
+  for (std::size_t k = 0; k < bands; ++k) {
+    wavelengths.push_back(first + (last - first) * static_cast<double>(k) / gaps);
+  }
+  return wavelengths;
+}
 
 double bump(double wavelength, double centre, double deviation) {
   double const distance = (wavelength - centre) / deviation;

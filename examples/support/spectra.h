@@ -23,6 +23,9 @@ Spectrum tabled(Function const& function) {
   return spectrum;
 }
 
+// Evenly spaced band centres, both ends included.
+std::vector<double> spreadWavelengths(std::size_t bands, double first, double last);
+
 double bump(double wavelength, double centre, double deviation);  // Gaussian of height 1
 double step(double wavelength, double edge, double width);        // smooth rise from 0 to 1
 
