@@ -44,6 +44,7 @@ function(korva_add_library target)
     # -Bsymbolic: the calls of one routine to another stay inside, whatever a host defines under the same names.
     -Wl,-Bsymbolic -Wl,--as-needed -Wl,-z,defs)
 
+  target_compile_definitions(${target} PRIVATE KORVA_FP_CONTRACT_OFF)
   if(NOT library_SIMD)
     target_compile_definitions(${target} PRIVATE KORVA_BASELINE_ONLY)
   endif()

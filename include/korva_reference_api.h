@@ -46,7 +46,8 @@
 
 /*
  * C, unlike C++, does not convert a float*** to a pointer whose inner levels are const. So C sees those
- * parameters without the inner qualifiers and takes a host's arrays as they are. The calling convention is one.
+ * parameters without the inner qualifiers and takes a host's arrays as they are; a C host whose rows are const casts
+ * them. The calling convention is one.
  */
 #ifdef __cplusplus
 #define KORVA_INNER_CONST const
@@ -305,7 +306,7 @@ KORVA_API void KORVA_Ref_CG_LS_StitchBandImage_uint16(unsigned short*** buffer, 
 /*
  * Copies the strip of the scene that frame frameIndex completed from all rings into the slice cube.
  *
- *   x = frameIndex - (N - 1);  from slot x % N of each ring to slot M - 1 - x % M of the plane,  M = height / stripHeight
+ *   x = frameIndex - (N - 1), M = height / stripHeight;  from slot x % N of a ring to slot M - 1 - x % M of its plane
  *
  * The slice cube is a ring too: the first complete strip goes to the bottom slot, each later one a slot higher, and
  * after slot 0 the next replaces the bottom one. Rows below M * stripHeight are never written.
@@ -387,7 +388,8 @@ KORVA_API void KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16(double* coeffic
  *   flagValue      marks a pixel, in the input and in the result
  *   limitValue     at and above it a sample is saturated
  *
- * At the limits: divisor 0 makes q infinite, without a trap. In rule 1 the stored 0 is +0 and a NaN gives flagValue.
+ * At the limits: divisor 0 makes q infinite, without a trap. In rule 1 the stored 0 is +0 and a NaN sample gives
+ * flagValue; in rule 4 it gives NaN. A flagValue or limitValue of NaN matches no sample.
  */
 KORVA_API void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients,
                                                      unsigned long count, double divisor, float flagValue,
@@ -531,7 +533,7 @@ KORVA_API void KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition(double
  *   weights = { a * (P - r), b * (P - r), a * r, b * r }
  *
  *   weights                     receives top-left, top-right, bottom-left, bottom-right
- *   mosaicHeight, mosaicWidth   the cell's size; the product, formed in unsigned int, must not be 0
+ *   mosaicHeight, mosaicWidth   the cell's size; the product, formed in unsigned int, is not 0 and below 2^32
  *   rowOffset, columnOffset     strictly between -P and P, and -Q and Q; -0.0 is not negative
  *
  * At the limits: offsets outside the range extrapolate, with weights outside 0 to 1.
@@ -597,7 +599,7 @@ KORVA_API float KORVA_Ref_MF_Median1D_9_float(float* values);
  */
 KORVA_API unsigned short KORVA_Ref_MF_Median1D_25_uint16(unsigned short* values);
 
-/* Returns the median of 25 floats by the same exchanges. A NaN stays in its slot; the result is what values[12] holds. */
+/* Returns the median of 25 floats by the same exchanges. A NaN stays in its slot; the result is in values[12]. */
 KORVA_API float KORVA_Ref_MF_Median1D_25_float(float* values);
 
 /*
@@ -616,8 +618,7 @@ KORVA_API unsigned short KORVA_Ref_MF_Median1D_uint16(unsigned short* values, un
  *
  *   values, count   as for uint16
  *
- * At the limits: with NaNs present the result is undefined, but it is one of the samples or the mean of two, and the
- * array holds the samples that it held.
+ * At the limits: with NaNs present the result is undefined.
  */
 KORVA_API float KORVA_Ref_MF_Median1D_float(float* values, unsigned long count);
 

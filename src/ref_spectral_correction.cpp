@@ -275,6 +275,7 @@ void correctPixels(Sample* out, Sample const* in, double const* const* matrix, s
 template <typename Sample>
 void correctCube(Sample* const* const* out, double* scratch, Sample const* const* const* in,
                  double const* const* matrix, std::size_t outBands, std::size_t inBands, std::size_t samples) {
+  if (outBands == 0) return;
   if (inBands <= kMaxPanelBands) {
     korva::dispatch<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
   } else {

@@ -62,6 +62,28 @@ KORVA_INLINE V greater(V a, V b) {
   return a > b ? a : b;
 }
 
+#if KORVA_X86_BUILTINS && !defined(__SSE4_1__)
+// The baseline lacks the instruction, but has the difference that does not go below 0. greater() takes the same one.
+KORVA_INLINE Vector<unsigned short, 8> lesser(Vector<unsigned short, 8> a, Vector<unsigned short, 8> b) {
+  using Signed = Vector<short, 8>;
+  auto const excess = __builtin_ia32_psubusw128(reinterpret_cast<Signed>(b), reinterpret_cast<Signed>(a));
+  return b - reinterpret_cast<Vector<unsigned short, 8>>(excess);
+}
+#endif
+
+// Whether any lane of an integer vector has its sign bit set, as those of a comparison that holds.
+template <typename V>
+KORVA_INLINE bool anyLane(V lanes) {
+#if KORVA_X86_BUILTINS
+  if constexpr (sizeof(V) == 32) return __builtin_ia32_movmskps256(reinterpret_cast<Vector<float, 8>>(lanes)) != 0;
+  if constexpr (sizeof(V) == 16) return __builtin_ia32_movmskps(reinterpret_cast<Vector<float, 4>>(lanes)) != 0;
+#endif
+  auto const words = reinterpret_cast<Vector<long long, sizeof(V) / sizeof(long long)>>(lanes);
+  long long any = 0;
+  for (std::size_t i = 0; i < sizeof(V) / sizeof(long long); ++i) any |= words[i];
+  return any != 0;
+}
+
 // Makes the compiler hold lanes that several instructions use in a register, where g++ would load them for each anew:
 // kernels with many multiplications per sample have no load to spare.
 template <typename V>
