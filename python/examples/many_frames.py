@@ -74,9 +74,12 @@ class Road:
     matrix: np.ndarray
 
     @classmethod
-    def prepare(cls, mosaic: tuple[int, int], bias: np.ndarray, white: np.ndarray, matrix: np.ndarray) -> Road:
-        road = cls(*mosaic, bias, np.empty(0), matrix)
-        return cls(*mosaic, bias, korva.correction_coefficients(road.band_images(white), 0.95, 1.0, UNUSABLE), matrix)
+    def prepare(
+        cls, mosaic: tuple[int, int], shape: tuple[int, int], white: str, bias: str, matrix: np.ndarray
+    ) -> Road:
+        dark, bright = (korva.read_raw_data(path, shape, np.uint16) for path in (bias, white))
+        road = cls(*mosaic, dark, np.empty(0), matrix)
+        return cls(*mosaic, dark, korva.correction_coefficients(road.band_images(bright), 0.95, 1.0, UNUSABLE), matrix)
 
     def band_images(self, frame: np.ndarray) -> np.ndarray:
         cell = (self.mosaic_width, self.mosaic_height)
@@ -119,17 +122,19 @@ def is_done(output: str, index: int) -> bool:
     return os.path.exists(data) and os.path.exists(os.path.splitext(data)[0] + ".hdr")  # The header comes last.
 
 
-def work(recording: Recording, road: Road, todo: list[int], output: str, median: int, rows: int) -> da.Array:
+def work(recording: Recording, mosaic: tuple[int, int], white: str, bias: str, matrix: np.ndarray, todo: list[int],
+         output: str, median: int, rows: int) -> da.Array:
     """The whole work as one Dask array: computing an element writes its frame's cube."""
-    frames, height, width = len(todo), recording.height // road.mosaic_height, recording.width // road.mosaic_width
-    once = (1,) * frames
-    prepared = dask.delayed(road, traverse=False)  # Sent to each worker once, not with every block.
+    height, width = recording.height // mosaic[1], recording.width // mosaic[0]
+    once = (1,) * len(todo)
+    # A task of its own, so that only paths travel to the workers, and a lost one is made again.
+    road = dask.delayed(Road.prepare)(mosaic, (recording.height, recording.width), white, bias, matrix)
     numbers = da.from_array(np.array(todo), chunks=1)
     empty = np.empty((0, 0, 0, 0), np.uint16)
     raw = numbers.map_blocks(read_frame, recording, new_axis=(1, 2), meta=np.empty((0, 0, 0), np.uint16),
                              chunks=(once, (recording.height,), (recording.width,)))
-    cubes = raw.map_blocks(reflectance_cube, prepared, new_axis=1, meta=empty,
-                           chunks=(once, (len(road.matrix),), (height,), (width,)))
+    cubes = raw.map_blocks(reflectance_cube, road, new_axis=1, meta=empty,
+                           chunks=(once, (len(matrix),), (height,), (width,)))
     if median:
         # Blocks of rows share median // 2 rows with their neighbours. boundary="none" leaves the image's own edges
         # as they are, so that the filter clips its windows there and nowhere else, as it does on the whole image.
@@ -182,9 +187,9 @@ def main() -> None:
 
     shape = (options.height, options.width)
     recording = Recording.at(options.frames, *shape)
-    white, bias = (korva.read_raw_data(path, shape, np.uint16) for path in (options.white, options.bias))
     matrix = np.loadtxt(options.matrix, ndmin=2) if options.matrix else np.eye(mosaic[0] * mosaic[1])
-    road = Road.prepare(mosaic, bias, white, matrix)
+    white, bias = str(options.white.resolve()), str(options.bias.resolve())
+    Road.prepare(mosaic, shape, white, bias, matrix)  # What is wrong with these files is told here, not by a worker.
 
     output = str(options.output.resolve())
     settings = options.output / "settings.txt"
@@ -200,7 +205,7 @@ def main() -> None:
     print(f"{len(recording)} frames, {len(recording) - len(todo)} already done", flush=True)
     start = time.perf_counter()
     if todo:
-        result = work(recording, road, todo, output, options.median, options.rows)
+        result = work(recording, mosaic, white, bias, matrix, todo, output, options.median, options.rows)
         if options.scheduler:
             from distributed import Client, progress
 
