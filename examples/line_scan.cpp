@@ -178,20 +178,19 @@ StripLayout layoutOf(Options const& options) {
   return {options.width, options.height, options.stripHeight, options.firstBand, options.lastBand};
 }
 
-void addOptions(CLI::App& app, Options& options) {
-  auto const size = wholeNumber(1, kLargestSize);
-  auto const band = wholeNumber(0, kLargestSize);
-  app.add_option("--frames", options.frames, "raw frames of 16-bit samples in order, one or more a file [a landscape]")
-      ->expected(1, 1000000);
-  app.add_option("--width", options.width, "samples per row of a frame [2048]")->check(size);
-  app.add_option("--height", options.height, "rows of a frame [1088]")->check(size);
-  app.add_option("--strip-height", options.stripHeight, "rows of one band's strip [8]")->check(size);
-  app.add_option("--first-band", options.firstBand, "first strip to use, counted from 0 at the top [18]")->check(band);
-  app.add_option("--last-band", options.lastBand, "last strip to use [117]")->check(band);
-  app.add_option("--scene-rows", options.sceneRows, "rows of the synthetic landscape [512]")->check(size);
-  app.add_flag("--keep-frames", options.keepFrames, "write the synthetic frames too (650 MB at full size)");
-  addCalibrationOptions(app, options.calibration);
-  app.add_option("--output", options.output, "folder for the results [" + options.output + "]");
+void addOptions(CommandLine& line, Options& options) {
+  Whole const size{1, kLargestSize};
+  Whole const band{0, kLargestSize};
+  line.add("--frames", options.frames, "raw frames of 16-bit samples in order, one or more a file [a landscape]");
+  line.add("--width", options.width, size, "samples per row of a frame [2048]");
+  line.add("--height", options.height, size, "rows of a frame [1088]");
+  line.add("--strip-height", options.stripHeight, size, "rows of one band's strip [8]");
+  line.add("--first-band", options.firstBand, band, "first strip to use, counted from 0 at the top [18]");
+  line.add("--last-band", options.lastBand, band, "last strip to use [117]");
+  line.add("--scene-rows", options.sceneRows, size, "rows of the synthetic landscape [512]");
+  line.add("--keep-frames", options.keepFrames, "write the synthetic frames too (730 MB at full size)");
+  addCalibrationOptions(line, "--frames", options.calibration);
+  line.add("--output", options.output, "folder for the results [" + options.output + "]");
 }
 
 // ---- Results ----
@@ -276,8 +275,8 @@ void runDemo(Options options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Line-scan frames to corrected reflectance cubes.", "line_scan");
+  CommandLine line("line_scan", "Line-scan frames to corrected reflectance cubes.");
   Options options;
-  addOptions(app, options);
-  return runHost(app, argc, argv, [&] { options.frames.empty() ? runDemo(options) : processUserFrames(options); });
+  addOptions(line, options);
+  return line.run(argc, argv, [&] { options.frames.empty() ? runDemo(options) : processUserFrames(options); });
 }

@@ -340,38 +340,32 @@ void runDemo(Options const& options) {
   std::printf("Results are in %s\n", folder.path().c_str());
 }
 
-void addOptions(CLI::App& app, Options& options) {
-  auto const multipleOfFour = CLI::Validator(
-      [](std::string& text) {
-        return std::stoul(text) % 4 == 0 ? "" : "expected a multiple of 4, found '" + text + "'";
-      },
-      "");
-  auto* const frame = app.add_option("--frame", options.frame, "raw frame of 16-bit samples [a synthetic painting]");
-  app.add_option("--dark", options.dark, "raw frame taken in the dark, to find stuck pixels [none]");
-  app.add_option("--flat", options.flat, "raw frame of an even surface, to find stuck pixels [none]");
-  app.add_option("--photo", options.photo, "PNG photograph to mosaic and reconstruct")->excludes(frame);
-  app.add_option("--width", options.width, "samples per row of the frame, a multiple of 4 [2048]")
-      ->check(wholeNumber(16, kLargestSize))
-      ->check(multipleOfFour);
-  app.add_option("--height", options.height, "rows of the frame [1088]")->check(wholeNumber(16, kLargestSize));
-  app.add_option("--black", options.black, "counts of a dark sample [64]")->check(wholeNumber(0, 65534));
-  app.add_option("--white-level", options.white, "counts of a white sample [4095]")->check(wholeNumber(1, 65535));
-  app.add_option("--defect-threshold", options.defectThreshold,
-                 "share of the range by which a defect stands out in --dark or --flat [0.1]")
-      ->check(fraction());
-  app.add_option("--weight", options.weights, "shares of the RGB luma's detail in the new WLI [1 0.5 0]")
-      ->check(fraction());
-  app.add_option("--blur", options.blur, "deviation of the smoothing kernel in pixels [1.6]")->check(positiveNumber());
-  app.add_option("--output", options.output, "folder for the results [" + options.output + "]");
+void addOptions(CommandLine& line, Options& options) {
+  line.add("--frame", options.frame, "raw frame of 16-bit samples [a synthetic painting]");
+  line.add("--dark", options.dark, "raw frame taken in the dark, to find stuck pixels [none]");
+  line.add("--flat", options.flat, "raw frame of an even surface, to find stuck pixels [none]");
+  line.needs("--dark", "--frame");
+  line.needs("--flat", "--frame");
+  line.add("--photo", options.photo, "PNG photograph to mosaic and reconstruct");
+  line.excludes("--photo", "--frame");
+  line.add("--width", options.width, {16, kLargestSize, 4}, "samples per row of the frame, a multiple of 4 [2048]");
+  line.add("--height", options.height, {16, kLargestSize}, "rows of the frame [1088]");
+  line.add("--black", options.black, {0, 65534}, "counts of a dark sample [64]");
+  line.add("--white-level", options.white, {1, 65535}, "counts of a white sample [4095]");
+  line.add("--defect-threshold", options.defectThreshold, Number::zeroToOne,
+           "share of the range by which a defect stands out in --dark or --flat [0.1]");
+  line.add("--weight", options.weights, Number::zeroToOne, "shares of the RGB luma's detail in the new WLI [1 0.5 0]");
+  line.add("--blur", options.blur, Number::aboveZero, "deviation of the smoothing kernel in pixels [1.6]");
+  line.add("--output", options.output, "folder for the results [" + options.output + "]");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("RGBX frames to colour pictures that show what the X band sees.", "rgbx");
+  CommandLine line("rgbx", "RGBX frames to colour pictures that show what the X band sees.");
   Options options;
-  addOptions(app, options);
-  return runHost(app, argc, argv, [&] {
+  addOptions(line, options);
+  return line.run(argc, argv, [&] {
     checkLevels(options);
     if (!options.frame.empty()) {
       processUserFrame(options);

@@ -151,23 +151,17 @@ SnapshotLayout layoutOf(Options const& options) {
   return {tiled ? SnapshotLayout::Kind::tiled : SnapshotLayout::Kind::mosaic, unit[0], unit[1], box};
 }
 
-void addOptions(CLI::App& app, Options& options) {
-  auto const size = wholeNumber(1, kLargestSize);
-  app.add_option("--frame", options.frame, "raw frame of 16-bit samples [a synthetic still life]");
-  app.add_option("--width", options.width, "samples per row of the frame [2048]")->check(size);
-  app.add_option("--height", options.height, "rows of the frame [1088]")->check(size);
-  app.add_option("--mosaic", options.mosaic, "width and height of the filter cell [4 4]")
-      ->expected(2)
-      ->check(wholeNumber(1, 64));
-  app.add_option("--tile", options.tile, "width and height of a tile; the frame is tiled then")
-      ->expected(2)
-      ->check(size)
-      ->excludes("--mosaic");
-  app.add_option("--crop", options.crop, "left, top, width and height of the part to use [all]")
-      ->expected(4)
-      ->check(wholeNumber(0, kLargestSize));
-  addCalibrationOptions(app, options.calibration);
-  app.add_option("--output", options.output, "folder for the results [" + options.output + "]");
+void addOptions(CommandLine& line, Options& options) {
+  Whole const size{1, kLargestSize};
+  line.add("--frame", options.frame, "raw frame of 16-bit samples [a synthetic still life]");
+  line.add("--width", options.width, size, "samples per row of the frame [2048]");
+  line.add("--height", options.height, size, "rows of the frame [1088]");
+  line.add("--mosaic", options.mosaic, 2, {1, 64}, "width and height of the filter cell [4 4]");
+  line.add("--tile", options.tile, 2, size, "width and height of a tile; the frame is tiled then");
+  line.excludes("--tile", "--mosaic");
+  line.add("--crop", options.crop, 4, {0, kLargestSize}, "left, top, width and height of the part to use [all]");
+  addCalibrationOptions(line, "--frame", options.calibration);
+  line.add("--output", options.output, "folder for the results [" + options.output + "]");
 }
 
 // ---- Results ----
@@ -243,8 +237,8 @@ void runDemos(Options options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Snapshot frames to corrected reflectance cubes.", "snapshot_mosaic");
+  CommandLine line("snapshot_mosaic", "Snapshot frames to corrected reflectance cubes.");
   Options options;
-  addOptions(app, options);
-  return runHost(app, argc, argv, [&] { options.frame.empty() ? runDemos(options) : processUserFrame(options); });
+  addOptions(line, options);
+  return line.run(argc, argv, [&] { options.frame.empty() ? runDemos(options) : processUserFrame(options); });
 }

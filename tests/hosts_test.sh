@@ -163,6 +163,7 @@ refuses 'a width that is no multiple of 4' "multiple of 4, found '18'" rgbx --wi
 refuses 'black above white' 'expected less than .*found 5000' rgbx --black 5000
 refuses 'a weight above 1' "expected .*found '1.5'" rgbx --weight 1.5
 refuses 'a weight that is no number' "expected .*found 'nan'" rgbx --weight nan
+refuses 'a white reference without a frame' '--white requires --frame' snapshot_mosaic --white earlier/snapshot_mosaic/white.raw
 refuses 'no exposure' "expected .*found '0'" line_scan --exposure 0
 refuses 'an endless exposure' "expected .*found 'inf'" snapshot_mosaic --exposure inf
 refuses 'no white reference' 'expected a white reference' snapshot_mosaic "${small_snapshot[@]}" --frame earlier/snapshot_mosaic/frame.raw

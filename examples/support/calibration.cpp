@@ -3,30 +3,22 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "host_run.h"
-
 namespace host {
 
-void addCalibrationOptions(CLI::App& app, CalibrationOptions& options) {
-  app.add_option("--white", options.white, "raw frame of a white reference (needed with frames of your own)")
-      ->group("Calibration");
-  app.add_option("--bias", options.bias, "raw frame taken in the dark [none is subtracted]")->group("Calibration");
-  app.add_option("--matrix", options.matrix, "text file: one line per output band, one weight per camera band")
-      ->group("Calibration");
-  app.add_option("--wavelengths", options.wavelengths, "text file: the output bands' wavelengths in nm")
-      ->group("Calibration");
-  app.add_option("--exposure", options.exposure, "exposure time of the scene [1]")
-      ->check(positiveNumber())
-      ->group("Calibration");
-  app.add_option("--white-exposure", options.whiteExposure, "exposure time of the white reference [1]")
-      ->check(positiveNumber())
-      ->group("Calibration");
-  app.add_option("--white-reflectance", options.whiteReflectance, "reflectance of the white reference [1]")
-      ->check(positiveNumber())
-      ->group("Calibration");
-  app.add_option("--full-scale", options.fullScale, "sample value that stands for reflectance 1 [10000]")
-      ->check(wholeNumber(1, 65534))
-      ->group("Calibration");
+void addCalibrationOptions(CommandLine& line, std::string const& framesOption, CalibrationOptions& options) {
+  line.add("--white", options.white, "raw frame of a white reference (needed with frames of your own)");
+  line.add("--bias", options.bias, "raw frame taken in the dark [none is subtracted]");
+  line.add("--matrix", options.matrix, "text file: one line per output band, one weight per camera band");
+  line.add("--wavelengths", options.wavelengths, "text file: the output bands' wavelengths in nm");
+  line.add("--exposure", options.exposure, Number::aboveZero, "exposure time of the scene [1]");
+  line.add("--white-exposure", options.whiteExposure, Number::aboveZero, "exposure time of the white reference [1]");
+  line.add("--white-reflectance", options.whiteReflectance, Number::aboveZero,
+           "reflectance of the white reference [1]");
+  for (char const* const option :
+       {"--white", "--bias", "--matrix", "--wavelengths", "--exposure", "--white-exposure", "--white-reflectance"}) {
+    line.needs(option, framesOption);
+  }
+  line.add("--full-scale", options.fullScale, {1, 65534}, "sample value that stands for reflectance 1 [10000]");
 }
 
 void useDemoExposures(CalibrationOptions& options) {

@@ -6,11 +6,8 @@
 #include <vector>
 
 #include "arrays.h"
+#include "host_run.h"
 #include "raw_input.h"
-
-namespace CLI {
-class App;
-}
 
 namespace host {
 
@@ -28,7 +25,8 @@ struct CalibrationOptions {
   unsigned short fullScale = 10000;
 };
 
-void addCalibrationOptions(CLI::App& app, CalibrationOptions& options);
+// All but the full scale go with frames of the user's own, which the named option gives.
+void addCalibrationOptions(CommandLine& line, std::string const& framesOption, CalibrationOptions& options);
 
 // The synthetic cameras' own: the white tile reflects 95 % and got less light than the scene.
 void useDemoExposures(CalibrationOptions& options);

@@ -92,7 +92,7 @@ CubeReport reportCube(CountCube const& reflectance, CountCube const& corrected, 
 
   std::vector<PointSpectra> spectra;
   for (Landmark const& point : points) {
-    if (point.row < 1 || point.row + 1 >= height || point.column < 1 || point.column + 1 >= width) continue;
+    if (point.row < 1 || point.row >= height - 1 || point.column < 1 || point.column >= width - 1) continue;
     PointSpectra found{point.name, {}, {}, {}};
     if (truthRow) found.truth = meanTruth(truthRow, correction.matrix.size(), width, point);
     for (std::size_t band = 0; band < correction.matrix.size(); ++band) {

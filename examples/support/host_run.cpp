@@ -1,5 +1,6 @@
 #include "host_run.h"
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -31,53 +32,94 @@ int fail(std::string const& program, std::string message, int status) {
   return status;
 }
 
-}  // namespace
-
-CLI::Validator wholeNumber(unsigned long least, unsigned long most) {
-  std::string const range = std::to_string(least) + " to " + std::to_string(most);
+CLI::Validator checkFor(Whole const& range) {
+  std::string wanted = "a whole number from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+  if (range.multipleOf > 1) wanted += ", a multiple of " + std::to_string(range.multipleOf);
   return {[=](std::string& text) {
             unsigned long value = 0;
             auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
             bool const whole = error == std::errc() && end == text.data() + text.size();
-            if (whole && value >= least && value <= most) return std::string();
-            return "expected a whole number from " + range + ", found '" + text + "'";
+            bool const fits = value >= range.least && value <= range.most && value % range.multipleOf == 0;
+            return whole && fits ? std::string() : "expected " + wanted + ", found '" + text + "'";
           },
-          range};
+          ""};
 }
 
-CLI::Validator positiveNumber() {
-  return {[](std::string& text) {
+CLI::Validator checkFor(Number range) {
+  return {[=](std::string& text) {
             double value = 0;
-            if (parseNumber(text, value) && value > 0) return std::string();
-            return "expected a number above 0, found '" + text + "'";
+            bool const fraction = range == Number::zeroToOne;
+            bool const number = parseNumber(text, value);
+            if (number && (fraction ? value >= 0 && value <= 1 : value > 0)) return std::string();
+            return std::string("expected a number ") + (fraction ? "from 0 to 1" : "above 0") + ", found '" + text +
+                   "'";
           },
-          "> 0"};
+          ""};
 }
 
-CLI::Validator fraction() {
-  return {[](std::string& text) {
-            double value = 0;
-            if (parseNumber(text, value) && value >= 0 && value <= 1) return std::string();
-            return "expected a number from 0 to 1, found '" + text + "'";
-          },
-          "0 to 1"};
-}
+}  // namespace
 
 void stopIfInterrupted() {
   if (stopSignal != 0) throw HostError("stopped on request; nothing was written");
 }
 
-int runHost(CLI::App& app, int argc, char** argv, std::function<void()> const& road) {
-  std::string const program = app.get_name();
+CommandLine::CommandLine(std::string const& program, std::string const& purpose)
+    : app_(std::make_unique<CLI::App>(purpose, program)) {}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::add(std::string const& name, std::string& value, std::string const& help) {
+  app_->add_option(name, value, help);
+}
+
+void CommandLine::add(std::string const& name, std::vector<std::string>& values, std::string const& help) {
+  app_->add_option(name, values, help)->expected(1, 1000000);
+}
+
+void CommandLine::add(std::string const& name, bool& given, std::string const& help) {
+  app_->add_flag(name, given, help);
+}
+
+void CommandLine::add(std::string const& name, unsigned long& value, Whole range, std::string const& help) {
+  app_->add_option(name, value, help)->check(checkFor(range));
+}
+
+void CommandLine::add(std::string const& name, unsigned short& value, Whole range, std::string const& help) {
+  app_->add_option(name, value, help)->check(checkFor(range));
+}
+
+void CommandLine::add(std::string const& name, std::vector<unsigned long>& values, int count, Whole range,
+                      std::string const& help) {
+  app_->add_option(name, values, help)->expected(count)->check(checkFor(range));
+}
+
+void CommandLine::add(std::string const& name, double& value, Number range, std::string const& help) {
+  app_->add_option(name, value, help)->check(checkFor(range));
+}
+
+void CommandLine::add(std::string const& name, std::vector<double>& values, Number range, std::string const& help) {
+  app_->add_option(name, values, help)->check(checkFor(range));
+}
+
+void CommandLine::needs(std::string const& name, std::string const& other) {
+  app_->get_option(name)->needs(app_->get_option(other));
+}
+
+void CommandLine::excludes(std::string const& name, std::string const& other) {
+  app_->get_option(name)->excludes(app_->get_option(other));
+}
+
+int CommandLine::run(int argc, char** argv, std::function<void()> const& road) {
+  std::string const program = app_->get_name();
   std::signal(SIGINT, rememberSignal);
   std::signal(SIGTERM, rememberSignal);
   // A reader that goes away shows as a failed write to standard output, checked below.
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    app.parse(argc, argv);
+    app_->parse(argc, argv);
     road();
   } catch (CLI::Success const& answer) {
-    app.exit(answer);
+    app_->exit(answer);
   } catch (CLI::ParseError const& error) {
     return fail(program, std::string(error.what()) + " (see --help)", 2);
   } catch (std::bad_alloc const&) {
