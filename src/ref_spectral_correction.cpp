@@ -1,6 +1,7 @@
 // SC: a correction matrix applied to pixel spectra, BIP runs and BSQ cubes.
 #include "korva_reference_api.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "internal/lanes.h"
@@ -16,35 +17,103 @@ constexpr std::size_t kPanelDoubles = 6144;
 constexpr std::size_t kMaxPanelBlocks = 15;
 constexpr std::size_t kMaxPanelBands = 768;
 
-// The definition, for one spectrum. Rows of the matrix are taken four at a time, so that their sums, each a chain of
-// additions in band order, run side by side.
+// The definition, for output bands of one spectrum: products added in band order.
 template <typename Sample>
-void correctSpectrum(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
-                     std::size_t inBands) {
-  constexpr std::size_t kRows = 4;
-  std::size_t o = 0;
-  for (; o + kRows <= outBands; o += kRows) {
-    double const* const r0 = matrix[o];
-    double const* const r1 = matrix[o + 1];
-    double const* const r2 = matrix[o + 2];
-    double const* const r3 = matrix[o + 3];
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
-    for (std::size_t i = 0; i < inBands; ++i) {
-      double const sample = static_cast<double>(in[i]);
-      s0 += sample * r0[i];
-      s1 += sample * r1[i];
-      s2 += sample * r2[i];
-      s3 += sample * r3[i];
-    }
-    out[o] = korva::toSample<Sample>(s0);
-    out[o + 1] = korva::toSample<Sample>(s1);
-    out[o + 2] = korva::toSample<Sample>(s2);
-    out[o + 3] = korva::toSample<Sample>(s3);
-  }
-  for (; o < outBands; ++o) {
+void sumBands(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands, std::size_t inBands) {
+  for (std::size_t o = 0; o < outBands; ++o) {
     double sum = 0.0;
     for (std::size_t i = 0; i < inBands; ++i) sum += static_cast<double>(in[i]) * matrix[o][i];
     out[o] = korva::toSample<Sample>(sum);
+  }
+}
+
+// One spectrum, of at least as many output bands as a vector has lanes. Lanes are output bands, so each of their sums
+// meets its products in band order; the matrix, stored by output bands, is transposed in registers, two input bands at
+// a time.
+template <int vectorBytes>
+struct CorrectSpectrum {
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  using Doubles = korva::Vector<double, kLanes>;
+
+  // Two neighbouring weights of kLanes rows: those of input band i, and of the next.
+  KORVA_INLINE static void loadTransposed(Doubles& weights, Doubles& nextWeights, double const* const* rows,
+                                          std::size_t i) {
+    using Pair = korva::Vector<double, 2>;
+    if constexpr (kLanes == 4) {
+      auto const r0 = korva::loadLanes<Pair>(rows[0] + i), r1 = korva::loadLanes<Pair>(rows[1] + i);
+      auto const r2 = korva::loadLanes<Pair>(rows[2] + i), r3 = korva::loadLanes<Pair>(rows[3] + i);
+      auto const even = __builtin_shufflevector(r0, r2, 0, 1, 2, 3), odd = __builtin_shufflevector(r1, r3, 0, 1, 2, 3);
+      weights = __builtin_shufflevector(even, odd, 0, 4, 2, 6);
+      nextWeights = __builtin_shufflevector(even, odd, 1, 5, 3, 7);
+    } else {
+      auto const even = korva::loadLanes<Pair>(rows[0] + i), odd = korva::loadLanes<Pair>(rows[1] + i);
+      weights = __builtin_shufflevector(even, odd, 0, 2);
+      nextWeights = __builtin_shufflevector(even, odd, 1, 3);
+    }
+  }
+
+  // groups * kLanes output bands.
+  template <std::size_t groups, typename Sample>
+  KORVA_INLINE static void correctBands(Sample* out, Sample const* in, double const* const* matrix,
+                                        std::size_t inBands) {
+    Doubles sums[groups] = {};
+    std::size_t i = 0;
+    for (; i + 2 <= inBands; i += 2) {
+      double const sample = static_cast<double>(in[i]), nextSample = static_cast<double>(in[i + 1]);
+#pragma GCC unroll 4
+      for (std::size_t g = 0; g < groups; ++g) {
+        Doubles weights, nextWeights;
+        loadTransposed(weights, nextWeights, matrix + g * kLanes, i);
+        sums[g] += sample * weights;
+        sums[g] += nextSample * nextWeights;
+      }
+    }
+    if (i < inBands) {
+      double const sample = static_cast<double>(in[i]);
+      for (std::size_t g = 0; g < groups; ++g) {
+        Doubles weights;
+        for (std::size_t k = 0; k < kLanes; ++k) weights[k] = matrix[g * kLanes + k][i];
+        sums[g] += sample * weights;
+      }
+    }
+    for (std::size_t g = 0; g < groups; ++g) korva::storeConverted(out + g * kLanes, sums[g]);
+  }
+
+  // The last bands may be computed twice.
+  template <typename Sample>
+  KORVA_INLINE static void run(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
+                               std::size_t inBands) {
+    for (std::size_t first = 0; first < outBands;) {
+      std::size_t const groups =
+          std::min({(outBands - first + kLanes - 1) / kLanes, outBands / kLanes, std::size_t{4}});
+      first = std::min(first, outBands - groups * kLanes);
+      switch (groups) {
+        case 1:
+          correctBands<1>(out + first, in, matrix + first, inBands);
+          break;
+        case 2:
+          correctBands<2>(out + first, in, matrix + first, inBands);
+          break;
+        case 3:
+          correctBands<3>(out + first, in, matrix + first, inBands);
+          break;
+        default:
+          correctBands<4>(out + first, in, matrix + first, inBands);
+          break;
+      }
+      first += groups * kLanes;
+    }
+  }
+};
+
+template <typename Sample>
+void correctSpectrum(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
+                     std::size_t inBands) {
+  constexpr std::size_t kMostLanes = 4;
+  if (outBands < kMostLanes) {
+    sumBands(out, in, matrix, outBands, inBands);
+  } else {
+    korva::dispatch<CorrectSpectrum>(out, in, matrix, outBands, inBands);
   }
 }
 
