@@ -135,7 +135,9 @@ def work(recording: Recording, mosaic: tuple[int, int], white: str, bias: str, m
                              chunks=(once, (recording.height,), (recording.width,)))
     cubes = raw.map_blocks(reflectance_cube, road, new_axis=1, meta=empty,
                            chunks=(once, (len(matrix),), (height,), (width,)))
-    if median:
+    if median and rows >= height:  # Dask makes one task of a whole frame then, and nothing travels between workers.
+        cubes = cubes.map_blocks(median_filtered, size=median, meta=empty)
+    elif median:
         # Blocks of rows share median // 2 rows with their neighbours. boundary="none" leaves the image's own edges
         # as they are, so that the filter clips its windows there and nowhere else, as it does on the whole image.
         cubes = cubes.rechunk({2: rows}).map_overlap(median_filtered, depth={2: median // 2}, boundary="none",
@@ -168,7 +170,8 @@ def main() -> None:
     parser.add_argument("--height", type=int, default=1088)
     parser.add_argument("--mosaic", default="4x4", help="filters across and down")
     parser.add_argument("--median", type=int, choices=(0, 3, 5), default=3, help="size of the filter, 0 for none")
-    parser.add_argument("--rows", type=int, default=136, help="rows of a block for the median filter, at least 4")
+    parser.add_argument("--rows", type=int, default=sys.maxsize,
+                        help="rows of a block for the median filter, at least 4, for frames too large for one task")
     parser.add_argument("--output", type=Path, default=Path("results/many_frames"))
     parser.add_argument("--threads", type=int, default=os.cpu_count(), help="threads on this machine")
     parser.add_argument("--scheduler", help="address of a Dask scheduler; without it this machine's threads are used")
