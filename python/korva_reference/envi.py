@@ -64,8 +64,15 @@ def _fields(path: str) -> dict[str, str]:
     if text.split("\n", 1)[0].strip() != "ENVI":
         fail(path, "ENVI in the first line", repr(text[:20]))
     text = re.sub(r"^;.*$", "", text, flags=re.MULTILINE)
-    found = re.findall(r"^[ \t]*([^=\n{}]+?)[ \t]*=[ \t]*(\{[^}]*\}|[^\n]*)", text, flags=re.MULTILINE)
-    return {key.lower(): value.strip("{} \t\r\n") for key, value in found}
+    found = re.findall(r"^([^=\n{}]+)=[ \t]*(\{[^}]*\}|[^\n]*)", text, flags=re.MULTILINE)
+    return {key.strip().lower(): value.strip("{} \t\r\n") for key, value in found}
+
+
+def _several(argument: str, values: Any) -> list[Any]:
+    try:
+        return list(values)
+    except TypeError:
+        fail(argument, "a sequence of numbers", type(values).__name__, TypeError)
 
 
 def read_header(path: str | os.PathLike[str]) -> Header:
@@ -114,8 +121,8 @@ def read(path: str | os.PathLike[str], *, memory_map: bool = False) -> tuple[NDA
     """Reads a cube, (band, row, column), and its header; path names the data file or the header.
 
     With memory_map samples are read when they are used, from an array that cannot be written; its axes may lie in
-    another order in memory, and its byte order is the file's. Without it the array is band-sequential and this
-    machine's.
+    another order in memory, its byte order is the file's, and the file must keep its size as long as the array lives.
+    Without it the array is band-sequential and this machine's.
 
     >>> write("cube.raw", np.zeros((3, 4, 5), np.float32), wavelength=[450, 550, 650])
     >>> cube, header = read("cube.raw")
@@ -128,12 +135,17 @@ def read(path: str | os.PathLike[str], *, memory_map: bool = False) -> tuple[NDA
     size = math.prod(sizes) * header.dtype.itemsize
     require_file(data, header.header_offset + size,
                  f"{header.header_offset} + {' x '.join(map(str, sizes))} bands, lines, samples of {header.dtype}")
-    mapped = np.memmap(data, header.dtype, "r", header.header_offset, tuple(sizes[axis] for axis in axes))
-    cube = np.asarray(mapped).transpose(np.argsort(axes))
+    in_file = tuple(sizes[axis] for axis in axes)
     if memory_map:
-        return cube, header
+        mapped = np.memmap(data, header.dtype, "r", header.header_offset, in_file)
+        return np.asarray(mapped).transpose(np.argsort(axes)), header
     require_memory("cube", size)
-    return np.array(cube, header.dtype.newbyteorder("="), order="C"), header
+    # Not through a mapping: a file that another program cuts meanwhile would end this process.
+    loaded = np.fromfile(data, header.dtype, math.prod(sizes), offset=header.header_offset)
+    if loaded.nbytes != size:
+        fail(data, f"{size:,} bytes of samples", f"{loaded.nbytes:,} bytes")
+    cube = loaded.reshape(in_file).transpose(np.argsort(axes))
+    return np.ascontiguousarray(cube, header.dtype.newbyteorder("=")), header
 
 
 def write(
@@ -159,8 +171,11 @@ def write(
         fail("cube", "an array of a sample type that ENVI knows", found, TypeError)
     if cube.ndim not in (2, 3) or not cube.size:
         fail("cube", "2 or 3 dimensions, none of them 0", f"shape {cube.shape}")
-    if interleave not in _AXES:
+    if interleave not in tuple(_AXES):
         fail("interleave", "bsq, bil or bip", repr(interleave))
+    for argument, text in (("description", description), ("wavelength_units", wavelength_units)):
+        if not isinstance(text, str):
+            fail(argument, "text", type(text).__name__, TypeError)
     planes = cube if cube.ndim == 3 else cube[np.newaxis]
     bands, lines, samples = planes.shape
     header: dict[str, object] = {
@@ -168,18 +183,20 @@ def write(
         "data type": _NUMBERS[cube.dtype.newbyteorder("=")], "interleave": interleave, "byte order": _MACHINE,
     }
     if default_bands is not None:
-        chosen = [count("default_bands", band, 0, bands - 1) + 1 for band in default_bands]
+        chosen = [count("default_bands", band, 0, bands - 1) + 1 for band in _several("default_bands", default_bands)]
         if len(chosen) not in (1, 3):
             fail("default_bands", "1 or 3 bands", len(chosen))
         header["default bands"] = "{" + ", ".join(map(str, chosen)) + "}"
     if wavelength is not None:
-        values = [real("wavelength", value) for value in wavelength]
+        values = [real("wavelength", value) for value in _several("wavelength", wavelength)]
         if len(values) != bands or not all(map(math.isfinite, values)):
             fail("wavelength", f"a finite number for each of {bands} bands", values)
         header["wavelength units"] = wavelength_units
         header["wavelength"] = "{" + ", ".join(f"{value:.10g}" for value in values) + "}"
+    if not isinstance(others, (Mapping, type(None))):
+        fail("others", "a mapping of names to values", type(others).__name__, TypeError)
     for key, value in (others or {}).items():
-        if re.search(r"[={}\n;]", key) or key.strip().lower() in ("", "description", *header):
+        if not isinstance(key, str) or re.search(r"[={}\n;]", key) or key.strip().lower() in ("", "description", *header):
             fail("others", "names of further header fields", repr(key))
         header[key] = value
     for key, text in [("description", description), *((key, str(value)) for key, value in header.items())]:

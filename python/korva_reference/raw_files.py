@@ -51,7 +51,10 @@ def written_beside(path: str) -> Iterator[str]:
 
 
 def _sample_type(dtype: DTypeLike) -> np.dtype[Any]:
-    sample_type = np.dtype(dtype)
+    try:
+        sample_type = np.dtype(dtype)
+    except (TypeError, ValueError):
+        fail("dtype", "a number type", repr(dtype), TypeError)
     if sample_type.kind not in "iufc" or not sample_type.isnative:
         fail("dtype", "a number type in this machine's byte order", sample_type, TypeError)
     return sample_type
