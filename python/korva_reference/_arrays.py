@@ -5,6 +5,7 @@ The library trusts its caller completely, so whatever these functions let throug
 
 from __future__ import annotations
 
+import ctypes
 import math
 import numbers
 import operator
@@ -17,7 +18,7 @@ from numpy.typing import NDArray
 UINT16, FLOAT32, FLOAT64 = np.dtype(np.uint16), np.dtype(np.float32), np.dtype(np.float64)
 SUFFIX = {UINT16: "uint16", FLOAT32: "float", FLOAT64: "dbl"}
 SAMPLES = (UINT16, FLOAT32)
-UNSIGNED_INT, UNSIGNED_LONG = 2**32 - 1, 2**64 - 1
+UNSIGNED_INT, UNSIGNED_LONG = (2 ** (8 * ctypes.sizeof(kind)) - 1 for kind in (ctypes.c_uint, ctypes.c_ulong))
 
 _MEMORY = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
 
@@ -58,7 +59,8 @@ def require_memory(what: str, size: int) -> None:
 
 
 def new(shape: tuple[int, ...], dtype: np.dtype[Any], clear: bool = False) -> NDArray[Any]:
-    require_memory("result", math.prod(shape) * dtype.itemsize)
+    # Sizes of 0 count as 1 here: NumPy refuses such shapes, too, when the other sizes are beyond all memory.
+    require_memory("result", math.prod(max(size, 1) for size in shape) * dtype.itemsize)
     return np.zeros(shape, dtype) if clear else np.empty(shape, dtype)
 
 

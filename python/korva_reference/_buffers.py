@@ -12,6 +12,9 @@ Self = TypeVar("Self", bound="OwnedBuffers")
 
 class OwnedBuffers:
     def _own(self, memory: Any, free: Callable[[Any], None]) -> None:
+        if "_memory" in vars(self):
+            free(memory)
+            raise TypeError(f"{type(self).__name__}: expected one initialisation of an object, found a second one")
         # One call at a time: a release must not take the memory from under a call in another thread.
         self._lock = threading.Lock()
         self._memory = memory

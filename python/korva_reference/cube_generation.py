@@ -80,6 +80,7 @@ def ssm_cube(
     if not height or not width:
         fail("frame", f"at least one mosaic cell of {mosaic_height} rows and {mosaic_width} columns", view.shape)
     target = output(out, (bands, height, width), UINT16, is_planes, apart=(view,))
+    view = readable(view, is_rows)  # If it must be copied, then once and not for every band.
     for band in range(bands):
         ssm_band_image(view, mosaic_width, mosaic_height, band, out=target[band])
     return target if out is None else out
@@ -163,13 +164,13 @@ class StitchingBuffer(OwnedBuffers):
         bands = positions if bands is None else count("bands", bands, 1)
         size = bands * positions * strip_height * width * 2
         require_memory("stitching buffer", size + 8 * bands * (positions * strip_height + 1))
-        self._geometry = (width, strip_height, first_band, last_band, bands)
         memory = ctypes.c_void_p()
         call("KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16", ctypes.addressof(memory), width, strip_height, bands,
              first_band, last_band)
         if not memory.value:
             raise MemoryError(f"stitching buffer: {size:,} bytes cannot be allocated")
         self._own(memory.value, _free_stitching_buffer)
+        self._geometry = (width, strip_height, first_band, last_band, bands)
         self._samples = ctypes.c_void_p.from_address(ctypes.c_void_p.from_address(memory.value).value or 0).value or 0
         ctypes.memset(self._samples, 0, size)
 

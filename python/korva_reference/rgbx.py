@@ -92,13 +92,13 @@ class NewWLIBuffers(OwnedBuffers):
     def __init__(self, width: int, height: int) -> None:
         width, height = count("width", width, 6), count("height", height, 6)
         require_memory("new-WLI buffers", 6 * height * (width * 4 + 8))
-        self._size = (height, width)
         record = NewWLIBuffersRecord()
         call("KORVA_Ref_RGBX_AllocateNewWLIBuffers_float", ctypes.addressof(record), width, height)
         if not all(getattr(record, name) for name, _ in record._fields_):
             _free_new_wli_buffers(record)
             raise MemoryError(f"new-WLI buffers: 6 images of {height} rows and {width} columns cannot be allocated")
         self._own(record, _free_new_wli_buffers)
+        self._size = (height, width)
 
     def compute(
         self, bands: Image, kernel: ArrayLike, kb: float, kr: float, weight: float, *, out: Image | None = None

@@ -73,7 +73,7 @@ def apply_spectral_correction_bsq(
     weights = _matrix(matrix, in_bands)
     dtype = view.dtype.newbyteorder("=")
     target = output(out, (len(weights), height, width), dtype, is_planes, apart=(view, weights))
-    working = output(scratch, (samples,) if scratch is None or np.ndim(scratch) == 1 else (height, width), FLOAT64,
+    working = output(scratch, (samples,) if scratch is None or getattr(scratch, "ndim", 2) == 1 else (height, width), FLOAT64,
                      apart=(view, weights, target), name="scratch")
     if target.size:
         call(f"KORVA_Ref_SC_ApplySpectralCorrection_BSQ_{SUFFIX[dtype]}", planes(target, all_rows=False), run(working),

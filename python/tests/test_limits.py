@@ -95,6 +95,8 @@ def test_a_released_object_refuses_everything_and_cannot_be_duplicated():
         for duplicate in (copy.copy, copy.deepcopy, pickle.dumps):
             with pytest.raises(TypeError, match="cannot be copied or pickled"):
                 duplicate(owner)
+        with pytest.raises(TypeError, match="expected one initialisation of an object, found a second one"):
+            owner.__init__(9, 9) if owner is buffers else owner.__init__(9, 1, 0, 5)
         owner.release()
         owner.release()
     for use in (
