@@ -97,6 +97,28 @@ def scan(rng):
     return arguments, d.scan(frames, strip_height, first_band, first_band + positions - 1, slices.copy())
 
 
+def strip_call(strip, width, strip_height, first_band, last_band, bands, band, frame_index, buffer_band, slices, last):
+    """One strip into a ring, and a slice out of it; what ring and slices hold then."""
+    with korva.StitchingBuffer(width, strip_height, first_band, last_band, bands) as ring:
+        ring.stitch_band_image_strip(strip, band, frame_index, buffer_band)
+        ring.get_stitched_slice(last, out=slices)
+        return np.concatenate([ring.to_array().ravel(), slices.ravel()])
+
+
+def strip(rng):
+    width, strip_height, first_band, positions = size(rng, 0, 6), size(rng, 1, 4), size(rng, 0, 3), size(rng, 1, 5)
+    bands = size(rng, 1, 5)
+    slices = samples(rng, np.dtype("u2"), (size(rng, 0, bands + 1), strip_height * size(rng, 1, 4) + size(rng, 0, 2),
+                                           width))
+    arguments = dict(
+        strip=samples(rng, np.dtype("u2"), (strip_height, width)), width=width, strip_height=strip_height,
+        first_band=first_band, last_band=first_band + positions - 1, bands=bands,
+        band=first_band + size(rng, 0, positions), frame_index=[0, 1, 7, 2**64 - 1][rng.integers(4)],
+        buffer_band=size(rng, 0, bands), slices=slices, last=positions - 1 + size(rng, 0, 9),
+    )
+    return arguments, d.strip(**{**arguments, "slices": slices.copy()})
+
+
 def correct_bias(rng):
     dtype, shape = sample_type(rng), tuple(size(rng, 1, 6) for _ in range(size(rng, 1, 4)))
     frame, bias = samples(rng, dtype, shape), samples(rng, dtype, shape)
@@ -143,6 +165,17 @@ def bilinear_coefficients(rng):
     offsets = dict(row_offset=float(rng.uniform(-p, p)), column_offset=float(rng.uniform(-q, q)))
     arguments = dict(mosaic_height=p, mosaic_width=q, **offsets)
     return arguments, d.bilinear_coefficients(**arguments)
+
+
+def filter_position(rng):
+    arguments = dict(mosaic_width=size(rng), band=size(rng, 0, 200))
+    return arguments, divmod(arguments["band"], arguments["mosaic_width"])
+
+
+def target_position_relative_to_filter_position(rng):
+    position, target = (size(rng, 0), size(rng, 0)), rng.random(2) * 9
+    names = ("filter_row", "filter_column", "target_row", "target_column")
+    return dict(zip(names, (*position, *target.tolist()))), target - position
 
 
 def apply_demosaicing_bilinear(rng):
@@ -232,28 +265,42 @@ def rgbx_compute_new_wli(rng):
     return dict(bands=bands, **rest), d.rgbx_compute_new_wli(bands, **rest)
 
 
+def new_wli_call(width, height, bands, out=None, **rest):
+    with korva.NewWLIBuffers(width, height) as buffers:
+        return buffers.compute(bands, out=out, **rest)
+
+
+def new_wli(rng):
+    arguments, expected = rgbx_compute_new_wli(rng)
+    return dict(width=arguments["bands"].shape[2], height=arguments["bands"].shape[1], **arguments), expected
+
+
 CASES = {
     "crop_image": crop_image, "ssm_band_image": ssm_band_image, "ssm_cube": ssm_cube, "sst_band_image": sst_band_image,
-    "band_image_strip": band_image_strip, "scan": scan, "correct_bias": correct_bias,
+    "band_image_strip": band_image_strip, "scan": scan, "strip": strip, "correct_bias": correct_bias,
     "correction_coefficients": correction_coefficients, "reflectance": reflectance,
     "apply_spectral_correction": apply_spectral_correction,
     "apply_spectral_correction_bsq": apply_spectral_correction_bsq, "bilinear_coefficients": bilinear_coefficients,
+    "filter_position": filter_position,
+    "target_position_relative_to_filter_position": target_position_relative_to_filter_position,
     "apply_demosaicing_bilinear": apply_demosaicing_bilinear, "demosaic_cube": demosaic_cube,
     "median_1d_9": _median_1d(9), "median_1d_25": _median_1d(25), "median_1d": _median_1d(None),
     "median_filter_3x3": _median_filter(1), "median_filter_5x5": _median_filter(2),
     "subtract": _pixelwise(np.subtract), "add": _pixelwise(np.add), "mix": _pixelwise(d.mix, "weight"),
     "apply_kernel_7x7": apply_kernel_7x7, "rgb_to_ycbcr": _conversion(d.rgb_to_ycbcr),
     "ycbcr_to_rgb": _conversion(d.ycbcr_to_rgb), "rgbx_compute_band": rgbx_compute_band,
-    "rgbx_demosaic_frame": rgbx_demosaic_frame, "rgbx_compute_new_wli": rgbx_compute_new_wli,
+    "rgbx_demosaic_frame": rgbx_demosaic_frame, "rgbx_compute_new_wli": rgbx_compute_new_wli, "new_wli": new_wli,
 }
-WITHOUT_OUT = ("scan", "bilinear_coefficients", "median_1d_9", "median_1d_25", "median_1d")
+CALLS = {"scan": scan_call, "strip": strip_call, "new_wli": new_wli_call}
+WITHOUT_OUT = ("scan", "strip", "filter_position", "target_position_relative_to_filter_position",
+               "bilinear_coefficients", "median_1d_9", "median_1d_25", "median_1d")
 
 
 def make(name, seed):
     """The function, its arguments and the expected result of case number seed."""
     with np.errstate(all="ignore"):
         arguments, expected = CASES[name](np.random.default_rng([seed, list(CASES).index(name)]))
-    return (scan_call if name == "scan" else getattr(korva, name)), arguments, expected
+    return CALLS.get(name) or getattr(korva, name), arguments, expected
 
 
 def assert_same(result, expected, what):

@@ -33,6 +33,17 @@ def scan(frames, strip_height, first_band, last_band, slices):
     return slices
 
 
+def strip(strip, width, strip_height, first_band, last_band, bands, band, frame_index, buffer_band, slices, last):
+    """One strip in a ring of zeros, then the slice of frame last: both as one run."""
+    positions, slots = last_band - first_band + 1, slices.shape[1] // strip_height
+    ring = np.zeros((bands, positions, strip_height, width), np.uint16)
+    ring[buffer_band, (frame_index + first_band - band + positions) % 2**64 % positions] = strip
+    x = last - (positions - 1)
+    top = (slots - 1 - x % slots) * strip_height
+    slices[:, top : top + strip_height] = ring[: len(slices), x % positions]
+    return np.concatenate([ring.ravel(), slices.ravel()])
+
+
 def correct_bias(frame, bias):
     return np.where(frame < bias, 0, frame - bias).astype(frame.dtype) if frame.dtype == np.uint16 else frame - bias
 

@@ -20,6 +20,15 @@ NUMBERS = [
 PAGES = [GuardedPages() for _ in range(6)]
 
 
+class Subclass(np.ndarray):
+    """Tells everybody who asks it that it lies elsewhere, and is larger."""
+
+    shape = property(lambda self: (2**20,) * self.ndim)
+    strides = property(lambda self: (2**20,) * self.ndim)
+    size = property(lambda self: 2**40)
+    __array_interface__ = property(lambda self: {"data": (8, False)})
+
+
 def number(value, name, rng):
     """A number near a valid one, or one of another kind."""
     if type(value) is int and rng.random() < 0.6:
@@ -27,14 +36,14 @@ def number(value, name, rng):
     if type(value) is str:
         return str(rng.choice(["", "r", "RG", "Y", "\0"]))
     # A ring of gigabytes would be granted, but not be quick.
-    fit = [n for n in NUMBERS if name != "scan" or type(n) is not int or not 2**16 < n < 2**40]
+    fit = [n for n in NUMBERS if name not in ("scan", "strip") or type(n) is not int or not 2**16 < n < 2**40]
     return fit[rng.integers(len(fit))]
 
 
 def reshaped(values, rng):
     """The same memory in another shape, type or view, or a part of it."""
     if not values.ndim or not values.size:
-        return values.reshape(1, -1)
+        return values.reshape(1, -1) if values.size else values[np.newaxis]
     axis = rng.integers(values.ndim)
     part = [slice(None)] * values.ndim
     part[axis] = [slice(1, None), slice(None, -1), slice(None, None, 2), slice(0, 0)][rng.integers(4)]
@@ -52,9 +61,12 @@ def reshaped(values, rng):
         lambda: np.broadcast_to(values.reshape(-1)[0], values.shape),
         lambda: np.lib.stride_tricks.as_strided(values, values.shape, (0,) * values.ndim),
         lambda: np.ma.masked_array(values),
+        lambda: values.view(np.recarray),
+        lambda: values.view(Subclass),
+        lambda: values.reshape(-1)[:1].reshape(()),
         lambda: values.tolist(),
         lambda: np.empty((0,) * values.ndim, values.dtype),
-    ][rng.integers(15)]()
+    ][rng.integers(18)]()
 
 
 def overlapping(pages, victim, shape, dtype, rng):
@@ -127,7 +139,8 @@ def attempt(name, seed):
     if not margins:
         assert_same(result, function(**copies), what)
     written = {id(pages) for key, pages in placed.items() if key in ("out", "scratch", "slices")}
-    writable = [arguments[key] for key in ("out", "scratch", "slices") if isinstance(arguments.get(key), np.ndarray)]
+    writable = [np.ndarray.view(arguments[key], np.ndarray) for key in ("out", "scratch", "slices")
+                if isinstance(arguments.get(key), np.ndarray)]
     for key, pages in placed.items():
         inside = [view for view in writable if np.may_share_memory(view, pages.memory)]
         assert len(inside) <= 1 and (inside or id(pages) not in written or pages.unchanged_round()), what
