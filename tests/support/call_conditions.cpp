@@ -1,6 +1,7 @@
 #include "support/call_conditions.h"
 
 #include <cfenv>
+#include <cstdint>
 #include <cstdlib>
 
 #if defined(__x86_64__)
@@ -67,6 +68,28 @@ void failAllocation(long ordinal) {
 void failNoAllocation() {
   allocations.keptSizes = 0;
   allocations.failingCount = 0;
+}
+
+namespace {
+
+constexpr std::size_t kPaintedStack = std::size_t{1} << 19;
+constexpr unsigned char kPaint = 0x5A;
+thread_local std::uintptr_t paintedStack = 0;
+
+}  // namespace
+
+[[gnu::noinline]] void paintStack() {
+  unsigned char volatile unused[kPaintedStack];
+  for (unsigned char volatile& byte : unused) byte = kPaint;
+  paintedStack = reinterpret_cast<std::uintptr_t>(unused);
+}
+
+// The stack grows downwards, so what is intact lies at the start.
+std::size_t overwrittenStack() {
+  auto const* const painted = reinterpret_cast<unsigned char const volatile*>(paintedStack);
+  std::size_t intact = 0;
+  while (intact < kPaintedStack && painted[intact] == kPaint) ++intact;
+  return kPaintedStack - intact;
 }
 
 std::span<std::size_t const> requestedSizes() { return {allocations.sizes, allocations.keptSizes}; }

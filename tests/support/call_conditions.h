@@ -29,6 +29,10 @@ void failNoAllocation();
 // The sizes asked for since the last call of failAllocation or failNoAllocation, in order; at most 16 are kept.
 std::span<std::size_t const> requestedSizes();
 
+// Paints the unused stack below the caller; later tells how many of its bytes calls have overwritten since.
+void paintStack();
+std::size_t overwrittenStack();
+
 }  // namespace korva::test
 
 #endif

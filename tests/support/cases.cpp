@@ -70,9 +70,14 @@ void Case::beginCall(char const* routine) {
                 rerun_.c_str());
   modeBefore_ = floatingPointMode();
   allocationsBefore_ = allocationCount();
+  if (watchesStack) paintStack();
 }
 
 void Case::endCall() {
+  // Of a thread's stack, which may be small, a host must be able to spare this much.
+  constexpr std::size_t kStackLimit = 128 * 1024;
+  if (watchesStack && overwrittenStack() > kStackLimit)
+    fail("the call takes " + std::to_string(overwrittenStack()) + " bytes of stack");
   if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
   if (!(floatingPointMode() == modeBefore_)) fail("the call changes the floating-point mode");
   callInProgress[0] = '\0';

@@ -47,6 +47,9 @@ class Case {
   static bool everywhere(std::size_t, std::size_t, std::size_t) { return true; }
   static bool nowhere(std::size_t, std::size_t, std::size_t) { return false; }
 
+  // Whether calls are also watched for their use of the stack, which takes time.
+  bool watchesStack = false;
+
   // An array that the routine only reads, filled; rowsPerRun is the least run of rows that the routine relies on.
   template <class T, int kLevels, class Fill = void (*)(std::span<T>, Random&)>
   Samples<T, kLevels> input(Shape shape, std::size_t rowsPerRun = kOneBlock, Fill fill = anything<T>) {

@@ -36,8 +36,8 @@ void fillWith(std::span<T> samples, Value value) {
   std::generate(samples.begin(), samples.end(), value);
 }
 
-// Numbers of either sign with exponents from least on. Drawn one statement at a time: the order of a call's arguments is
-// the compiler's.
+// Numbers of either sign with exponents from least on. Drawn one statement at a time: the order of a call's arguments
+// is the compiler's.
 double ofManyMagnitudes(Random& random, int least, std::size_t exponents) {
   double const fraction = random.real(-1.0, 1.0);
   return std::ldexp(fraction, least + static_cast<int>(random.below(exponents)));
