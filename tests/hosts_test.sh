@@ -116,6 +116,24 @@ done
 runs 'a photograph' rgbx --photo earlier/rgbx/rgb.png --output again/photo
 runs 'the least size' rgbx --width 16 --height 16 --output again/least
 
+# The results are close to the truth: no slice, tile or band is out of its place. The small mosaic's cells are too
+# coarse for its scene, so a whole sensor is looked at.
+reaches() {
+  if awk -F, -v least="$3" 'NR > 1 { sum += $4 } END { exit !(sum / (NR - 1) >= least) }' "$2"; then
+    pass
+  else
+    fail "$1: the mean PSNR of $2 is below $3 dB"
+  fi
+}
+reaches 'line scan' earlier/line_scan/quality.csv 42
+reaches 'tiles' earlier/snapshot_mosaic/tiled_quality.csv 39
+runs 'a whole sensor' snapshot_mosaic --output again/sensor
+reaches 'mosaic' again/sensor/quality.csv 26
+"$hosts/rgbx" "${small_rgbx[@]}" --output again/rgbx >stdout.txt
+for line in '17 defects planted, 17 samples replaced' 'demosaiced RGB against the original: 3[0-9]' 'weight 1: 3[0-9]'; do
+  if grep -q "$line" stdout.txt; then pass; else fail "rgbx does not report '$line'"; fi
+done
+
 # Headers and raw files agree.
 value_of() { sed -n "s/^$2 = //p" "$1"; }
 while IFS= read -r header; do
