@@ -47,7 +47,7 @@ check_build() {
       ;;
   esac
   # A build type of its own name adds no flags to those given.
-  if cmake -S "$source" -B "$build" -G Ninja "${options[@]}" -DCMAKE_BUILD_TYPE=Plain -DCMAKE_CXX_FLAGS="$flags" \
+  if cmake -S "$work/source" -B "$build" -G Ninja "${options[@]}" -DCMAKE_BUILD_TYPE=Plain -DCMAKE_CXX_FLAGS="$flags" \
     -DKORVA_SIMD="$simd" -DKORVA_BUILD_TESTS=OFF -DKORVA_INSTALL=OFF >"$build.log" 2>&1 &&
     cmake --build "$build" -j 1 >>"$build.log" 2>&1 && "${run[@]}" >"$build.digests" 2>>"$build.log"; then
     verdict=$({ diff "$expected" "$build.digests" || true; } | sed -n 's/^> [0-9a-f]*  /differs: /p' | paste -sd ' ')
@@ -60,6 +60,9 @@ check_build() {
 }
 
 rm -rf "${work:?}"/*
+# All builds take the same source, whatever happens to the tree meanwhile.
+mkdir "$work/source"
+cp -r "$source"/{CMakeLists.txt,cmake,include,src} "$work/source"
 for plain in "env LD_LIBRARY_PATH=${native%/tests/*} $native" \
   "qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=${arm%/tests/*} $arm"; do
   # shellcheck disable=SC2086  # a command and its arguments
