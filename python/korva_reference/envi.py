@@ -183,10 +183,10 @@ def write(
         "data type": _NUMBERS[cube.dtype.newbyteorder("=")], "interleave": interleave, "byte order": _MACHINE,
     }
     if default_bands is not None:
-        chosen = [count("default_bands", band, 0, bands - 1) + 1 for band in _several("default_bands", default_bands)]
-        if len(chosen) not in (1, 3):
-            fail("default_bands", "1 or 3 bands", len(chosen))
-        header["default bands"] = "{" + ", ".join(map(str, chosen)) + "}"
+        shown = [count("default_bands", band, 0, bands - 1) for band in _several("default_bands", default_bands)]
+        if len(shown) not in (1, 3):
+            fail("default_bands", "1 or 3 bands", len(shown))
+        header["default bands"] = "{" + ", ".join(str(band + 1) for band in shown) + "}"
     if wavelength is not None:
         values = [real("wavelength", value) for value in _several("wavelength", wavelength)]
         if len(values) != bands or not all(map(math.isfinite, values)):
@@ -196,7 +196,8 @@ def write(
     if not isinstance(others, (Mapping, type(None))):
         fail("others", "a mapping of names to values", type(others).__name__, TypeError)
     for key, value in (others or {}).items():
-        if not isinstance(key, str) or re.search(r"[={}\n;]", key) or key.strip().lower() in ("", "description", *header):
+        taken = ("", "description", *header)
+        if not isinstance(key, str) or re.search(r"[={}\n;]", key) or key.strip().lower() in taken:
             fail("others", "names of further header fields", repr(key))
         header[key] = value
     for key, text in [("description", description), *((key, str(value)) for key, value in header.items())]:

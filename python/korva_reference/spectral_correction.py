@@ -73,8 +73,8 @@ def apply_spectral_correction_bsq(
     weights = _matrix(matrix, in_bands)
     dtype = view.dtype.newbyteorder("=")
     target = output(out, (len(weights), height, width), dtype, is_planes, apart=(view, weights))
-    working = output(scratch, (samples,) if scratch is None or getattr(scratch, "ndim", 2) == 1 else (height, width), FLOAT64,
-                     apart=(view, weights, target), name="scratch")
+    sums = (samples,) if getattr(scratch, "ndim", 2) == 1 else (height, width)
+    working = output(scratch, sums, FLOAT64, apart=(view, weights, target), name="scratch")
     if target.size:
         call(f"KORVA_Ref_SC_ApplySpectralCorrection_BSQ_{SUFFIX[dtype]}", planes(target, all_rows=False), run(working),
              planes(view, all_rows=False), rows(weights), len(weights), in_bands, samples)

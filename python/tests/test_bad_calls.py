@@ -21,12 +21,10 @@ PAGES = [GuardedPages() for _ in range(6)]
 
 
 class Subclass(np.ndarray):
-    """Tells everybody who asks it that it lies elsewhere, and is larger."""
+    """Tells everybody who asks it that it has four rows and columns more."""
 
-    shape = property(lambda self: (2**20,) * self.ndim)
-    strides = property(lambda self: (2**20,) * self.ndim)
-    size = property(lambda self: 2**40)
-    __array_interface__ = property(lambda self: {"data": (8, False)})
+    shape = property(lambda self: tuple(size + 4 for size in np.ndarray.shape.__get__(self)))
+    size = property(lambda self: math.prod(self.shape))
 
 
 def number(value, name, rng):
