@@ -140,16 +140,16 @@ struct CorrectCubeByPlanes {
   }
 };
 
-// Many spectra are a product of matrices, computed in blocks of up to six rows by two vectors whose sums stay in
-// registers while the input bands pass in order. One factor lies widened in a panel on the stack, [band][lanes]; the
-// other gives one value per row and band. A product of two numbers does not depend on their order, so the same block
-// serves cubes, where lanes are neighbouring samples and rows are output bands, and interleaved pixels, where lanes are
-// output bands and rows are pixels.
+// Many spectra are a product of matrices, computed in blocks of up to five rows by two vectors whose sums stay in
+// registers while the input bands pass in order; six rows would leave none for what else a block needs. One factor lies
+// widened in a panel on the stack, [band][lanes]; the other gives one value per row and band. A product of two numbers
+// does not depend on their order, so the same block serves cubes, where lanes are neighbouring samples and rows are
+// output bands, and interleaved pixels, where lanes are output bands and rows are pixels.
 template <int vectorBytes>
 struct Blocks {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
   static constexpr std::size_t kWidth = 2 * kLanes;
-  static constexpr std::size_t kMaxRows = 6;
+  static constexpr std::size_t kMaxRows = 5;
   using Doubles = korva::Vector<double, kLanes>;
 
   // As many lanes as a panel holds with all input bands, in whole blocks. An odd number of blocks keeps the panel's
@@ -165,7 +165,7 @@ struct Blocks {
   KORVA_INLINE static void sumProducts(Doubles (&sums)[rows][vectors], double const* panel, std::size_t width,
                                        double const* const* values, std::size_t inBands) {
     double const* row[rows];
-#pragma GCC unroll 6
+#pragma GCC unroll 5
     for (std::size_t r = 0; r < rows; ++r) {
       row[r] = values[r];
 #pragma GCC unroll 2
@@ -177,7 +177,7 @@ struct Blocks {
       for (std::size_t v = 0; v < vectors; ++v) {
         lanes[v] = korva::loadLanes<Doubles>(panel + band * width + v * kLanes);
       }
-#pragma GCC unroll 6
+#pragma GCC unroll 5
       for (std::size_t r = 0; r < rows; ++r) {
         double const value = row[r][band];
 #pragma GCC unroll 2
@@ -186,33 +186,30 @@ struct Blocks {
     }
   }
 
-  // Rounds the first `count` lanes of a row of sums to samples. In a cube negative sums become 0, NaN stays NaN.
-  template <bool clampAtZero, std::size_t vectors, typename Sample>
+  // Rounds a row of sums to samples.
+  template <std::size_t vectors, typename Sample>
+  KORVA_INLINE static void store(Sample* target, Doubles const (&sums)[vectors]) {
+#pragma GCC unroll 2
+    for (std::size_t v = 0; v < vectors; ++v) korva::storeConverted(target + v * kLanes, sums[v]);
+  }
+
+  // The same for the first `count` lanes.
+  template <std::size_t vectors, typename Sample>
   KORVA_INLINE static void store(Sample* target, Doubles const (&sums)[vectors], std::size_t count) {
+    if (count >= vectors * kLanes) return store(target, sums);
     double rest[vectors * kLanes];
 #pragma GCC unroll 2
-    for (std::size_t v = 0; v < vectors; ++v) {
-      Doubles values = sums[v];
-      if constexpr (clampAtZero) values = values < Doubles{} ? Doubles{} : values;
-      if (count >= vectors * kLanes) {
-        korva::storeConverted(target + v * kLanes, values);
-      } else {
-        korva::storeLanes(rest + v * kLanes, values);
-      }
-    }
-    if (count >= vectors * kLanes) return;
+    for (std::size_t v = 0; v < vectors; ++v) korva::storeLanes(rest + v * kLanes, sums[v]);
     for (std::size_t k = 0; k < count; ++k) target[k] = korva::toSample<Sample>(rest[k]);
   }
 
-  // Widens `count` samples. What remains of `lanes` becomes 0, whose products nobody stores.
   template <typename Sample>
-  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count, std::size_t lanes) {
+  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count) {
     std::size_t k = 0;
     for (; k + kLanes <= count; k += kLanes) {
       korva::storeLanes(target + k, korva::loadWidened<Doubles>(source + k));
     }
     for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
-    for (; k < lanes; ++k) target[k] = 0.0;
   }
 };
 
@@ -220,21 +217,41 @@ struct Blocks {
 template <int vectorBytes>
 struct CorrectCube : Blocks<vectorBytes> {
   using Base = Blocks<vectorBytes>;
-  using Base::kLanes;
   using Base::kWidth;
+  using typename Base::Doubles;
 
-  // Output bands firstRow to firstRow + rows - 1 for the panel's samples.
+  // As many output bands as there are rows, for the panel's samples, at least a block of them. Sums below 0 become 0;
+  // NaN stays NaN.
   template <std::size_t rows, typename Sample>
   KORVA_INLINE static void correctRows(Sample* const* const* out, double* scratch, double const* panel,
                                        std::size_t width, double const* const* matrix, std::size_t inBands,
                                        std::size_t left, std::size_t count) {
     for (std::size_t k = 0; k < count; k += kWidth) {
-      typename Base::Doubles sums[rows][2];
-      Base::sumProducts(sums, panel + k, width, matrix, inBands);
-#pragma GCC unroll 6
-      for (std::size_t r = 0; r < rows; ++r) Base::template store<true>(out[r][0] + left + k, sums[r], count - k);
+      // The last block overlaps the one before: its sums are the same again.
+      std::size_t const first = std::min(k, count - kWidth);
+      Doubles sums[rows][2];
+      Base::sumProducts(sums, panel + first, width, matrix, inBands);
       // The caller's working row shows the sums of the last output band.
-      if (scratch != nullptr) Base::template store<false>(scratch + left + k, sums[rows - 1], count - k);
+      if (scratch != nullptr) Base::store(scratch + left + first, sums[rows - 1]);
+      Doubles const zero = {};
+#pragma GCC unroll 5
+      for (std::size_t r = 0; r < rows; ++r) {
+#pragma GCC unroll 2
+        for (std::size_t v = 0; v < 2; ++v) sums[r][v] = sums[r][v] < zero ? zero : sums[r][v];
+        Base::store(out[r][0] + left + first, sums[r]);
+      }
+    }
+  }
+
+  // One output band, for fewer samples than a block has.
+  template <typename Sample>
+  KORVA_INLINE static void correctRest(Sample* out, double* scratch, double const* panel, std::size_t width,
+                                       double const* weights, std::size_t inBands, std::size_t count) {
+    for (std::size_t k = 0; k < count; ++k) {
+      double sum = 0.0;
+      for (std::size_t i = 0; i < inBands; ++i) sum += panel[i * width + k] * weights[i];
+      if (scratch != nullptr) scratch[k] = sum;
+      out[k] = korva::toSample<Sample>(sum < 0.0 ? 0.0 : sum);
     }
   }
 
@@ -247,9 +264,21 @@ struct CorrectCube : Blocks<vectorBytes> {
     alignas(64) double panel[kPanelDoubles];
     for (std::size_t left = 0; left < samples; left += width) {
       std::size_t const count = samples - left < width ? samples - left : width;
-      for (std::size_t i = 0; i < inBands; ++i) Base::widen(panel + i * width, in[i][0] + left, count, width);
+      // Of each plane the next piece is fetched: there are more planes than the processor foresees by itself.
+      std::size_t const ahead = samples - left < 2 * width ? 0 : width;
+      for (std::size_t i = 0; i < inBands; ++i) {
+        Base::widen(panel + i * width, in[i][0] + left, count);
+        for (std::size_t k = 0; k < ahead; k += 64 / sizeof(Sample)) __builtin_prefetch(in[i][0] + left + width + k);
+      }
+      if (count < kWidth) {
+        for (std::size_t o = 0; o < outBands; ++o) {
+          double* const sums = o + 1 == outBands ? scratch + left : nullptr;
+          correctRest(out[o][0] + left, sums, panel, width, matrix[o], inBands, count);
+        }
+        return;
+      }
       for (std::size_t block = 0; block < blocks; ++block) {
-        // Blocks of nearly equal height: five and five run faster than six and four.
+        // Blocks of nearly equal height: four and four run faster than five and three.
         std::size_t const first = block * outBands / blocks;
         double* const lastSums = block + 1 == blocks ? scratch : nullptr;
         switch ((block + 1) * outBands / blocks - first) {
@@ -265,11 +294,8 @@ struct CorrectCube : Blocks<vectorBytes> {
           case 4:
             correctRows<4>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
             break;
-          case 5:
-            correctRows<5>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
           default:
-            correctRows<6>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
+            correctRows<5>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
             break;
         }
       }
@@ -285,7 +311,7 @@ struct CorrectPixels : Blocks<vectorBytes> {
   using Base::kMaxRows;
   using Base::kWidth;
 
-  // Up to six pixels; a missing one repeats the first, and its sums are not stored.
+  // Up to five pixels; a missing one repeats the first, and its sums are not stored.
   template <std::size_t vectors, typename Sample>
   KORVA_INLINE static void correctBands(Sample* out, double const* panel, std::size_t width, double const* spectra,
                                         std::size_t outBands, std::size_t inBands, std::size_t pixels,
@@ -294,9 +320,9 @@ struct CorrectPixels : Blocks<vectorBytes> {
     for (std::size_t r = 0; r < kMaxRows; ++r) values[r] = spectra + (r < pixels ? r : 0) * inBands;
     typename Base::Doubles sums[kMaxRows][vectors];
     Base::sumProducts(sums, panel, width, values, inBands);
-#pragma GCC unroll 6
+#pragma GCC unroll 5
     for (std::size_t r = 0; r < kMaxRows; ++r) {
-      if (r < pixels) Base::template store<false>(out + r * outBands, sums[r], count);
+      if (r < pixels) Base::store(out + r * outBands, sums[r], count);
     }
   }
 
@@ -314,7 +340,7 @@ struct CorrectPixels : Blocks<vectorBytes> {
       }
       for (std::size_t pixel = 0; pixel < pixels; pixel += kMaxRows) {
         std::size_t const rows = pixels - pixel < kMaxRows ? pixels - pixel : kMaxRows;
-        Base::widen(spectra, in + pixel * inBands, rows * inBands, rows * inBands);
+        Base::widen(spectra, in + pixel * inBands, rows * inBands);
         Sample* const target = out + pixel * outBands + first;
         for (std::size_t k = 0; k < count; k += kWidth) {
           if (count - k > kLanes) {
