@@ -2,6 +2,7 @@
 #include "korva_reference_api.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "internal/lanes.h"
@@ -170,7 +171,10 @@ struct FilterImage7x7 {
 
 // Colour conversion -------------------------------------------------------------------------------------------------
 
-// Each conversion is written once, for single samples and for vectors of them.
+// Each conversion is written once, for single samples and for vectors of them, which come in blocks. Of a pixel all
+// samples are read before one is written: the planes may be the same.
+
+constexpr std::size_t kBlockSamples = 128;
 
 struct RGBToYCbCr {
   double redWeight, greenWeight, blueWeight;
@@ -184,16 +188,39 @@ struct RGBToYCbCr {
         crScale(0.5 / (1.0 - kr)) {}
 
   template <typename Floats, typename Doubles>
-  KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
+  KORVA_INLINE Floats luma(float const* const* in, std::size_t k) const {
+    auto const red = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[0] + k));
+    auto const green = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[1] + k));
+    auto const blue = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[2] + k));
+    return korva::narrowLanes<Floats>((red * redWeight + green * greenWeight) + blue * blueWeight);
+  }
+
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE void storeWithDifferences(float* const* out, float const* const* in, std::size_t k, Floats luma) const {
     auto const red = korva::loadLanes<Floats>(in[0] + k);
-    auto const green = korva::loadLanes<Floats>(in[1] + k);
     auto const blue = korva::loadLanes<Floats>(in[2] + k);
-    auto const luma = korva::narrowLanes<Floats>(
-        (korva::widenLanes<Doubles>(red) * redWeight + korva::widenLanes<Doubles>(green) * greenWeight) +
-        korva::widenLanes<Doubles>(blue) * blueWeight);
     korva::storeLanes(out[0] + k, luma);
     korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(blue - luma) * cbScale));
     korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(korva::widenLanes<Doubles>(red - luma) * crScale));
+  }
+
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
+    storeWithDifferences<Floats, Doubles>(out, in, k, luma<Floats, Doubles>(in, k));
+  }
+
+  // The way from samples to differences is long. A processor, which looks ahead over a few dozen operations, overlaps
+  // more of two loops over half of it.
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE void convertBlock(float* const* out, float const* const* in, std::size_t first) const {
+    constexpr std::size_t kLanes = sizeof(Floats) / sizeof(float);
+    float lumas[kBlockSamples];
+    for (std::size_t k = 0; k < kBlockSamples; k += kLanes) {
+      korva::storeLanes(lumas + k, luma<Floats, Doubles>(in, first + k));
+    }
+    for (std::size_t k = 0; k < kBlockSamples; k += kLanes) {
+      storeWithDifferences<Floats, Doubles>(out, in, first + k, korva::loadLanes<Floats>(lumas + k));
+    }
   }
 };
 
@@ -209,7 +236,6 @@ struct YCbCrToRGB {
         cbFactor((1.0 - kb) + (1.0 - kb)),
         greenInverse(1.0 / ((1.0 - kr) - kb)) {}
 
-  // All three samples are read before one is written: the planes may be the same.
   template <typename Floats, typename Doubles>
   KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
     auto const luma = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[0] + k));
@@ -222,20 +248,68 @@ struct YCbCrToRGB {
     korva::storeLanes(out[1] + k, korva::narrowLanes<Floats>(green));
     korva::storeLanes(out[2] + k, korva::narrowLanes<Floats>(blue));
   }
+
+  template <typename Floats, typename Doubles>
+  KORVA_INLINE void convertBlock(float* const* out, float const* const* in, std::size_t first) const {
+    constexpr std::size_t kLanes = sizeof(Floats) / sizeof(float);
+    for (std::size_t k = 0; k < kBlockSamples; k += kLanes) convert<Floats, Doubles>(out, in, first + k);
+  }
 };
+
+// Processors find a line in their first cache by a hash of its address, of which some leave out the bits from 28 on.
+// Planes whose distance is a multiple of that, as in cubes of 8192 x 8192, evict each other's lines at every step.
+bool planesCollide(float* const (&out)[3], float const* const (&in)[3]) {
+  constexpr std::uintptr_t kPeriod = std::uintptr_t{1} << 28;
+  float const* const planes[] = {out[0], out[1], out[2], in[0], in[1], in[2]};
+  for (float const* a : planes) {
+    for (float const* b : planes) {
+      auto const distance = reinterpret_cast<std::uintptr_t>(a) - reinterpret_cast<std::uintptr_t>(b);
+      if (distance != 0 && distance % kPeriod == 0) return true;
+    }
+  }
+  return false;
+}
 
 template <int vectorBytes>
 struct ConvertPlanes {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  using Floats = korva::Vector<float, kLanes>;
+  using Doubles = korva::Vector<double, kLanes>;
+
+  KORVA_INLINE static void copyBlock(float* target, float const* source) {
+    using Whole = korva::Vector<float, 2 * kLanes>;
+    for (std::size_t k = 0; k < kBlockSamples; k += 2 * kLanes) {
+      korva::storeLanes(target + k, korva::loadLanes<Whole>(source + k));
+    }
+  }
+
+  // The blocks of a plane are moved as a whole, so that no other plane's lines come between.
+  template <typename Conversion>
+  KORVA_INLINE static void convertBlockAside(float* const* out, float const* const* in, std::size_t first,
+                                             Conversion const& conversion) {
+    float samples[3][kBlockSamples];
+    float results[3][kBlockSamples];
+    float const* const source[] = {samples[0], samples[1], samples[2]};
+    float* const target[] = {results[0], results[1], results[2]};
+    for (std::size_t plane = 0; plane < 3; ++plane) copyBlock(samples[plane], in[plane] + first);
+    conversion.template convertBlock<Floats, Doubles>(target, source, 0);
+    for (std::size_t plane = 0; plane < 3; ++plane) copyBlock(out[plane] + first, results[plane]);
+  }
 
   template <typename Conversion>
   KORVA_INLINE static void run(float*** out, float*** in, std::size_t count, Conversion conversion) {
     float* const target[] = {out[0][0], out[1][0], out[2][0]};
     float const* const source[] = {in[0][0], in[1][0], in[2][0]};
+    bool const aside = planesCollide(target, source);
     std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
-      conversion.template convert<korva::Vector<float, kLanes>, korva::Vector<double, kLanes>>(target, source, k);
+    for (; k + kBlockSamples <= count; k += kBlockSamples) {
+      if (aside) {
+        convertBlockAside(target, source, k, conversion);
+      } else {
+        conversion.template convertBlock<Floats, Doubles>(target, source, k);
+      }
     }
+    for (; k + kLanes <= count; k += kLanes) conversion.template convert<Floats, Doubles>(target, source, k);
     for (; k < count; ++k) conversion.template convert<float, double>(target, source, k);
   }
 };
