@@ -54,7 +54,7 @@ else:
     cells = camera.labels[2::4, 2::4]
     points = {}
     for label, name in enumerate(synthetic.NAMES):  # The cell that lies deepest inside the material.
-        depth, inside = np.zeros(cells.shape), cells == label
+        depth, inside = np.zeros(cells.shape, int), cells == label
         while inside.any():
             depth += inside
             inside = np.all([np.roll(inside, *step) for step in ((0, 0), (1, 0), (-1, 0), (1, 1), (-1, 1))], axis=0)
@@ -120,29 +120,31 @@ axes[0, 1].tick_params(which="minor", length=0)
 level = np.median(white_cube, axis=(1, 2))[:, None, None]
 shown = axes[1, 0].imshow((white_cube / level).mean(axis=0), extent=(0, frame.shape[1], frame.shape[0], 0))
 axes[1, 0].set_title("White reference without its band levels: the illumination's fall-off")
-figure.colorbar(shown, ax=axes[1, 0], label="of the median", shrink=0.9)
+figure.colorbar(shown, ax=axes[1, 0], label="share of the median", shrink=0.9)
+for axis in axes.flat[:3]:
+    axis.set(xlabel="sensor column, pixels", ylabel="sensor row, pixels")
 for counts, name in ((bias, "bias"), (frame, "frame"), (white, "white")):
     axes[1, 1].hist(counts.ravel()[::7], bins=np.arange(0, 4160, 16), histtype="stepfilled", alpha=0.55, label=name)
 axes[1, 1].set(yscale="log", xlabel="counts", ylabel="pixels", title="Counts, up to saturation (dotted)")
 if frame.max() <= 4095:
     axes[1, 1].axvline(4095, color="k", linewidth=1, linestyle=":")
-axes[1, 1].legend(frameon=False)
+axes[1, 1].legend(frameon=False, loc="upper center")
 figure.savefig(options.output / "1_frame.png")
 
 # %% Picture 2: do the bands fit together? The composite, and an edge before and after demosaicing
 figure = plt.figure(figsize=(13, 5.3), layout="constrained")
 axes = figure.subplot_mosaic([["all", "before"], ["all", "after"]], width_ratios=[2.35, 1])
 axes["all"].imshow(colours(corrected))
-axes["all"].set_title(f"Reflectance, {shown_as}")
+axes["all"].set_title(f"Reflectance at {shown_as}, {corrected.shape[2]} x {corrected.shape[1]} mosaic cells")
 for name, (row, column) in points.items():
     axes["all"].plot(column, row, "o", markersize=9, markerfacecolor="none", color="white", markeredgewidth=1.5)
     axes["all"].annotate(name, (column, row), (0, -15), textcoords="offset points", color="white", ha="center",
                          size=8.5, bbox={"boxstyle": "round,pad=0.2", "facecolor": "#0008", "linewidth": 0})
 zoom = np.s_[:, max(0, y // mosaic_height - 10) :, max(0, x // mosaic_width - 10) :]
-for key, cube, title in (("before", cut, "Band images as cut: colour fringes"), ("after", demosaiced, "Demosaiced")):
+for key, cube, title in (("before", cut, "As cut: colour fringes"), ("after", demosaiced, "Demosaiced")):
     part = korva.apply_spectral_correction_bsq(reflectance(cube), matrix)[zoom][:, :30, :40]
     axes[key].imshow(colours(part))
-    axes[key].set_title(title)
+    axes[key].set_title(f"{title}, {part.shape[2]} x {part.shape[1]} cells")
 for axis in axes.values():
     axis.set_axis_off()
 figure.savefig(options.output / "2_composite.png")
@@ -164,7 +166,7 @@ if points:
             axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
                       label="measured")
         axis.plot(axis_values, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
-        axis.set_title(f"{name}  (cell {row}, {column})")
+        axis.set_title(f"{name}  (cell row {row}, column {column})")
         axis.set_ylim(0, max(0.3, 1.1 * axis.get_ylim()[1]))
     axes[0, 0].legend(frameon=False, loc="upper left")
     figure.supxlabel(axis_name)
@@ -185,7 +187,7 @@ if truth is not None:
         shown = axis.imshow(angle(cube), cmap="magma", vmin=0, vmax=15)
         axis.set_title(f"Spectral angle to the truth, {name}: median {np.median(angle(cube)):.1f}°")
         axis.set_axis_off()
-    figure.colorbar(shown, ax=axes[:2], label="degrees", shrink=0.8)
+    figure.colorbar(shown, ax=axes[:2], label="degrees", shrink=0.8, extend="max")
     for cube, name, colour in ((measured, "measured", "tab:orange"), (corrected, "corrected", "tab:blue")):
         error = np.abs(cube / FULL_SCALE - truth).mean(axis=(1, 2))
         axes[2].plot(wavelengths, error, "o-", color=colour, label=name)
