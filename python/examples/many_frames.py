@@ -41,7 +41,7 @@ class Recording:
     @classmethod
     def at(cls, path: Path, height: int, width: int) -> Recording:
         files = sorted(path.glob("*.raw")) if path.is_dir() else [path]
-        recording = cls(tuple(map(str, map(Path.resolve, files))), height, width)
+        recording = cls(tuple(str(file.resolve()) for file in files), height, width)
         for file in files:
             size = file.stat().st_size
             if not size or size % recording.frame_size or (path.is_dir() and size != recording.frame_size):
@@ -179,7 +179,8 @@ def main() -> None:
     options = parser.parse_args()
     if options.rows < 4:
         parser.error(f"argument --rows: expected at least 4, found {options.rows}")
-    mosaic = tuple(int(number) for number in options.mosaic.split("x"))
+    mosaic_width, mosaic_height = (int(number) for number in options.mosaic.split("x"))
+    mosaic = mosaic_width, mosaic_height
 
     if options.frames is None:
         options.frames, options.matrix = options.output / "input/frames", options.output / "input/matrix.txt"
