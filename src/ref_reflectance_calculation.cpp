@@ -55,7 +55,19 @@ struct ReflectanceRules {
   double fullScale;
 };
 
-// Works on single doubles and on vectors of them. Stored is the sample type of the result.
+// What follows works on single doubles and on vectors of them. Stored is the sample type of the result.
+
+template <typename Stored, typename Doubles>
+KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
+  Doubles const product = (sample * coefficient) * rules.reciprocal;
+  if constexpr (std::is_same_v<Stored, unsigned short>) {
+    auto const one = korva::broadcast<Doubles>(1.0);
+    return (product > one ? one : product) * rules.fullScale;
+  } else {
+    return product;
+  }
+}
+
 template <typename Stored, typename Doubles>
 KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
   Doubles const zero = {};
@@ -64,11 +76,7 @@ KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, Reflectanc
   auto const saturated = sample >= rules.limitValue;
   // A sample that a rule replaces enters the products as 0: the marker times a count would overflow.
   Doubles const measured = (unreferenced | flagged | saturated) ? zero : sample;
-  Doubles result = (measured * coefficient) * rules.reciprocal;
-  if constexpr (std::is_same_v<Stored, unsigned short>) {
-    auto const one = korva::broadcast<Doubles>(1.0);
-    result = (result > one ? one : result) * rules.fullScale;
-  }
+  Doubles result = scaledProduct<Stored>(measured, coefficient, rules);
   // From the last rule to the first, so that the first one that applies decides.
   auto const flag = korva::broadcast<Doubles>(rules.flagValue);
   result = saturated ? korva::broadcast<Doubles>(rules.limitValue) : result;
@@ -76,18 +84,55 @@ KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, Reflectanc
   return unreferenced ? (sample <= zero ? zero : flag) : result;
 }
 
+// Of most blocks no rule replaces a sample, which two or three comparisons per vector tell; these need the products
+// only.
 template <int vectorBytes>
 struct ComputeReflectance {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  static constexpr std::size_t kBlock = 16;
   using Doubles = korva::Vector<double, kLanes>;
 
   template <typename Sample>
+  KORVA_INLINE static bool anyRuleApplies(Sample const* in, double const* coefficients, Sample flagValue,
+                                          Sample limitValue) {
+    constexpr std::size_t kSamples = vectorBytes / sizeof(Sample);
+    using Samples = korva::Vector<Sample, kSamples>;
+    using Mask = korva::Vector<long long, kLanes>;
+    Mask applies = {};
+    for (std::size_t i = 0; i < kBlock; i += kSamples) {
+      auto const samples = korva::loadLanes<Samples>(in + i);
+      applies |= reinterpret_cast<Mask>((samples == flagValue) | (samples >= limitValue));
+    }
+    for (std::size_t i = 0; i < kBlock; i += kLanes) {
+      applies |= korva::loadLanes<Doubles>(coefficients + i) == kInvalidCoefficient;
+    }
+    return korva::anyBit(applies);
+  }
+
+  template <bool byRules, typename Sample>
+  KORVA_INLINE static void computeLanes(Sample* out, Sample const* in, double const* coefficients,
+                                        ReflectanceRules const& rules) {
+    auto const sample = korva::loadWidened<Doubles>(in);
+    auto const coefficient = korva::loadLanes<Doubles>(coefficients);
+    if constexpr (byRules) {
+      korva::storeConverted(out, reflectance<Sample>(sample, coefficient, rules));
+    } else {
+      korva::storeConverted(out, scaledProduct<Sample>(sample, coefficient, rules));
+    }
+  }
+
+  template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* coefficients, std::size_t count,
-                               ReflectanceRules rules) {
+                               Sample flagValue, Sample limitValue, ReflectanceRules rules) {
     std::size_t i = 0;
-    for (; i + kLanes <= count; i += kLanes) {
-      korva::storeConverted(out + i, reflectance<Sample>(korva::loadWidened<Doubles>(in + i),
-                                                         korva::loadLanes<Doubles>(coefficients + i), rules));
+    for (; i + kBlock <= count; i += kBlock) {
+      if (anyRuleApplies(in + i, coefficients + i, flagValue, limitValue)) {
+        for (std::size_t k = i; k < i + kBlock; k += kLanes)
+          computeLanes<true>(out + k, in + k, coefficients + k, rules);
+      } else {
+        for (std::size_t k = i; k < i + kBlock; k += kLanes)
+          computeLanes<false>(out + k, in + k, coefficients + k, rules);
+      }
     }
     for (; i < count; ++i) {
       out[i] = korva::toSample<Sample>(reflectance<Sample>(static_cast<double>(in[i]), coefficients[i], rules));
@@ -144,7 +189,7 @@ void KORVA_Ref_RC_ComputeCorrectionCoefficients(double* coefficients, unsigned s
 
 void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, unsigned long count,
                                            double divisor, float flagValue, float limitValue) {
-  korva::dispatch<ComputeReflectance>(out, in, coefficients, count,
+  korva::dispatch<ComputeReflectance>(out, in, coefficients, count, flagValue, limitValue,
                                       ReflectanceRules{1.0 / divisor, flagValue, limitValue, 1.0});
 }
 
@@ -152,7 +197,7 @@ void KORVA_Ref_RC_ComputeReflectance_uint16(unsigned short* out, unsigned short 
                                             unsigned long count, double divisor, unsigned short fullScale,
                                             unsigned short flagValue, unsigned short limitValue) {
   korva::dispatch<ComputeReflectance>(
-      out, in, coefficients, count,
+      out, in, coefficients, count, flagValue, limitValue,
       ReflectanceRules{1.0 / divisor, static_cast<double>(flagValue), static_cast<double>(limitValue),
                        static_cast<double>(fullScale)});
 }

@@ -84,6 +84,21 @@ KORVA_INLINE bool anyLane(V lanes) {
   return any != 0;
 }
 
+// Whether any bit of an integer vector is set.
+template <typename V>
+KORVA_INLINE bool anyBit(V lanes) {
+#if KORVA_X86_BUILTINS
+  if constexpr (sizeof(V) == 32) {
+    auto const words = reinterpret_cast<Vector<long long, 4>>(lanes);
+    return __builtin_ia32_ptestz256(words, words) == 0;
+  }
+#endif
+  auto const words = reinterpret_cast<Vector<long long, sizeof(V) / sizeof(long long)>>(lanes);
+  long long any = 0;
+  for (std::size_t i = 0; i < sizeof(V) / sizeof(long long); ++i) any |= words[i];
+  return any != 0;
+}
+
 // Makes the compiler hold lanes that several instructions use in a register, where g++ would load them for each anew:
 // kernels with many multiplications per sample have no load to spare.
 template <typename V>
