@@ -6,6 +6,7 @@
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
+#include "internal/prefetch.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
@@ -39,6 +40,7 @@ template <int vectorBytes>
 struct DemosaicBilinear {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
   static constexpr std::size_t kStrip = 512;
+  static constexpr std::size_t kAhead = 4;
   using Doubles = korva::Vector<double, kLanes>;
 
   template <typename Sample>
@@ -87,6 +89,11 @@ struct DemosaicBilinear {
         alignas(64) double strips[2][kStrip + 1];
         widen(strips[0], in + left, count + 1);
         for (std::size_t y = 0; y + 1 < height; ++y) {
+          if (y + kAhead < height) {
+            std::size_t const next = (y + kAhead) * width + left;
+            korva::prefetchRow<false>(in + next, count);
+            korva::prefetchRow<true>(out + next - width, count);
+          }
           double const* const top = strips[y % 2];
           double* const bottom = strips[(y + 1) % 2];
           widen(bottom, in + (y + 1) * width + left, count + 1);

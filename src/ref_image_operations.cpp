@@ -7,6 +7,7 @@
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
+#include "internal/prefetch.h"
 #include "internal/strict_float.h"
 
 namespace {
@@ -127,12 +128,6 @@ struct FilterImage7x7 {
     }
   }
 
-  template <bool forWriting>
-  KORVA_INLINE static void prefetchRow(float const* row, std::size_t count) {
-    constexpr std::size_t kLine = 64 / sizeof(float);
-    for (std::size_t c = 0; c < count; c += kLine) __builtin_prefetch(row + c, forWriting ? 1 : 0);
-  }
-
   KORVA_INLINE static void run(float* const* out, float const* const* in, std::size_t width, std::size_t height,
                                double const* kernel) {
     alignas(64) double ring[kRing][kRowStride];
@@ -148,16 +143,15 @@ struct FilterImage7x7 {
         for (std::size_t const needed = row + kKernelMargin + (pair ? 2 : 1); widened < needed; ++widened) {
           float const* const source = in[widened] + left;
           double* const target = ring[widened % kRing];
-          // Down a strip each row is a new page, for which the processor does not fetch ahead by itself.
-          if (widened + kAhead < height) prefetchRow<false>(in[widened + kAhead] + left, count);
+          if (widened + kAhead < height) korva::prefetchRow<false>(in[widened + kAhead] + left, count);
           for (std::size_t c = 0; c < count + 2 * kKernelMargin; ++c) target[c] = static_cast<double>(source[c]);
         }
         double const* rows[kRing];
         for (std::size_t k = 0; k < kRing; ++k) rows[k] = ring[(row - kKernelMargin + k) % kRing];
         float* const out0 = out[row] + kKernelMargin + left;
         if (row + kAhead + 1 < height) {
-          prefetchRow<true>(out[row + kAhead] + left, count);
-          prefetchRow<true>(out[row + kAhead + 1] + left, count);
+          korva::prefetchRow<true>(out[row + kAhead] + left, count);
+          korva::prefetchRow<true>(out[row + kAhead + 1] + left, count);
         }
         if (pair) {
           filterRows<true>(out0, out[row + 1] + kKernelMargin + left, rows, count, weights);

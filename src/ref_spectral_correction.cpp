@@ -6,6 +6,7 @@
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
+#include "internal/prefetch.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
@@ -264,11 +265,11 @@ struct CorrectCube : Blocks<vectorBytes> {
     alignas(64) double panel[kPanelDoubles];
     for (std::size_t left = 0; left < samples; left += width) {
       std::size_t const count = samples - left < width ? samples - left : width;
-      // Of each plane the next piece is fetched: there are more planes than the processor foresees by itself.
-      std::size_t const ahead = samples - left < 2 * width ? 0 : width;
+      // There are more planes than the processor foresees by itself.
+      bool const isNextWhole = samples - left >= 2 * width;
       for (std::size_t i = 0; i < inBands; ++i) {
         Base::widen(panel + i * width, in[i][0] + left, count);
-        for (std::size_t k = 0; k < ahead; k += 64 / sizeof(Sample)) __builtin_prefetch(in[i][0] + left + width + k);
+        if (isNextWhole) korva::prefetchRow<false>(in[i][0] + left + width, width);
       }
       if (count < kWidth) {
         for (std::size_t o = 0; o < outBands; ++o) {
