@@ -124,22 +124,27 @@ TYPED_TEST(SpectralCorrection, SumsAtTheEdgesOfTheConversion) {
 TYPED_TEST(SpectralCorrection, OrderAndRoundingOfTheSumShow) {
   constexpr auto kThrees = [](std::span<TypeParam> all, Random&) { std::fill(all.begin(), all.end(), TypeParam{3}); };
   Cases cases;
-  for (unsigned inBands = 2; inBands <= 40; ++inBands) {
-    cases.run({{"inBands", inBands}}, [&](Case& c) {
+  auto const run = [&](unsigned outBands, unsigned inBands) {
+    cases.run({{"outBands", outBands}, {"inBands", inBands}}, [&](Case& c) {
       c.isMoved = Case::nowhere;
       auto const cancelling = [=](std::span<double> all, Random& random) {
         for (std::size_t row = 0; row < all.size(); row += inBands) fillCancelling(all.subspan(row, inBands), random);
       };
-      auto const matrix = c.input<double, 2>({inBands, 6}, kSeparateRows, cancelling);
+      auto const matrix = c.input<double, 2>({inBands, outBands}, kSeparateRows, cancelling);
       auto const in = c.input<TypeParam, 3>({37, 1, inBands}, 1, kThrees);
-      auto out = c.output<TypeParam, 3>({37, 1, 6}, 1);
+      auto out = c.output<TypeParam, 3>({37, 1, outBands}, 1);
       auto scratch = c.output<double, 1>({37});
-      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, 6u, inBands, 37u);
+      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, outBands, inBands, 37u);
       auto const pixels = c.input<TypeParam, 1>({37 * inBands}, kOneBlock, kThrees);
-      auto spectra = c.output<TypeParam, 1>({37 * 6});
-      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, 6u, inBands, 37u);
-      c.compare(Routines<TypeParam>::kSpectrum, spectra, pixels, matrix, 6u, inBands);
+      auto spectra = c.output<TypeParam, 1>({37 * outBands});
+      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, outBands, inBands, 37u);
+      c.compare(Routines<TypeParam>::kSpectrum, spectra, pixels, matrix, outBands, inBands);
     });
+  };
+  // Fewer output bands than a vector has lanes, and more; input bands for panels, and too many for them.
+  for (unsigned const outBands : {3u, 6u}) {
+    for (unsigned inBands = 2; inBands <= 40; ++inBands) run(outBands, inBands);
+    run(outBands, 800);
   }
 }
 
