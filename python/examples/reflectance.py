@@ -29,7 +29,7 @@ parser.add_argument("--mosaic", default="4x4", help="filters across and down, su
 parser.add_argument("--white-reflectance", type=float, default=0.95)
 parser.add_argument("--matrix", help="text file: a line per output band, a weight per input band")
 parser.add_argument("--wavelengths", help="text file: a wavelength in nm per output band")
-parser.add_argument("--points", nargs="*", default=[], help="row,column of mosaic cells whose spectra are shown")
+parser.add_argument("--points", nargs="*", default=[], help="row,column of mosaic cells whose spectra are shown, by default the middle")
 parser.add_argument("--output", type=Path, default=Path("results/python"))
 options = parser.parse_args()
 if options.frame and not (options.white and options.bias):
@@ -46,7 +46,8 @@ if options.frame:
     bands = mosaic_width * mosaic_height
     matrix = np.loadtxt(options.matrix, ndmin=2) if options.matrix else np.eye(bands)
     wavelengths = np.loadtxt(options.wavelengths).ravel() if options.wavelengths else None
-    points = {text: tuple(int(number) for number in text.split(",")) for text in options.points}
+    middle = f"{options.height // mosaic_height // 2},{options.width // mosaic_width // 2}"
+    points = {text: tuple(int(number) for number in text.split(",")) for text in options.points or [middle]}
 else:
     camera = synthetic.Camera(options.height, options.width)
     frame, white, bias = camera.frame(), camera.white(), camera.bias()
@@ -58,7 +59,8 @@ else:
         while inside.any():
             depth += inside
             inside = np.all([np.roll(inside, *step) for step in ((0, 0), (1, 0), (-1, 0), (1, 1), (-1, 1))], axis=0)
-        points[name] = np.unravel_index(np.argmax(depth[8:-8, 8:-8]), depth[8:-8, 8:-8].shape) + np.array([8, 8])
+        deepest = np.unravel_index(np.argmax(depth[8:-8, 8:-8]), depth[8:-8, 8:-8].shape)
+        points[name] = tuple(int(number) + 8 for number in deepest)
 
 # %% The road of a frame: bias, band images, one common point of the cell, reflectance, spectral correction
 FULL_SCALE = 10000  # counts that stand for reflectance 1
@@ -86,7 +88,7 @@ corrected = korva.apply_spectral_correction_bsq(measured, matrix)
 # %% The cube, for any viewer
 if wavelengths is None:
     red, green, blue = len(matrix) - 1, len(matrix) // 2, 0
-    axis_values, axis_name, shown_as = np.arange(len(matrix)), "band", f"bands {red}, {green}, {blue}"
+    axis_values, axis_name, shown_as = np.arange(len(matrix), dtype=float), "band", f"bands {red}, {green}, {blue}"
 else:
     red, green, blue = (int(np.argmin(np.abs(wavelengths - nm))) for nm in (620, 550, 470))
     axis_values, axis_name = wavelengths, "wavelength, nm"
@@ -150,28 +152,28 @@ for axis in axes.values():
 figure.savefig(options.output / "2_composite.png")
 
 # %% Picture 3: are the spectra right? A few points, before and after the spectral correction
-if points:
-    columns = 3 if len(points) > 4 else len(points)
-    rows = -(-len(points) // columns)
-    figure, axes = plt.subplots(rows, columns, figsize=(12.5, 2.9 * rows), layout="constrained", sharex=True,
-                                squeeze=False)
-    for axis in axes.flat[len(points) :]:
-        axis.set_axis_off()
-    for axis, (name, (row, column)) in zip(axes.flat, points.items()):
-        place = np.s_[:, row, column]
-        if camera:
-            spectrum = synthetic.SPECTRA.T @ camera.seen[:, 4 * row + 1, 4 * column + 1]
-            axis.plot(synthetic.GRID, spectrum, color="0.6", linewidth=4, label="true spectrum", solid_capstyle="round")
-        if len(measured) == len(corrected):
-            axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
-                      label="measured")
-        axis.plot(axis_values, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
-        axis.set_title(f"{name}  (cell row {row}, column {column})")
-        axis.set_ylim(0, max(0.3, 1.1 * axis.get_ylim()[1]))
-    axes[0, 0].legend(frameon=False, loc="upper left")
-    figure.supxlabel(axis_name)
-    figure.supylabel("reflectance")
-    figure.savefig(options.output / "3_spectra.png")
+columns = 3 if len(points) > 4 else len(points)
+rows = -(-len(points) // columns)
+figure, axes = plt.subplots(rows, columns, figsize=(12.5, max(4.5, 2.9 * rows)), layout="constrained", sharex=True,
+                            squeeze=False)
+for axis in axes.flat[len(points) :]:
+    axis.set_axis_off()
+for axis, (name, (row, column)) in zip(axes.flat, points.items()):
+    place = np.s_[:, row, column]
+    if camera:
+        spectrum = synthetic.SPECTRA.T @ camera.seen[:, 4 * row + 1, 4 * column + 1]
+        axis.plot(synthetic.GRID, spectrum, color="0.6", linewidth=4, label="true spectrum", solid_capstyle="round")
+    if len(measured) == len(corrected):
+        axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
+                  label="measured")
+    axis.plot(axis_values, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
+    place_name = f"cell row {row}, column {column}"
+    axis.set_title(f"{name}  ({place_name})" if camera else place_name)
+    axis.set_ylim(0, max(0.3, 1.1 * axis.get_ylim()[1]))
+axes[0, 0].legend(frameon=False)
+figure.supxlabel(axis_name)
+figure.supylabel("reflectance")
+figure.savefig(options.output / "3_spectra.png")
 
 # %% Picture 4: how far is it from the truth, where that is known?
 if truth is not None:
