@@ -111,15 +111,18 @@ step_msan() {
   build/msan/digests | diff tests/deep/digests.txt -
 }
 
-step_interface() { tests/deep/reproducible.sh build/reproducible | grep -E '^[0-9a-f]{64} |^Functions|^Variables' | show; }
+step_interface() {
+  tests/deep/reproducible.sh build/reproducible | tee $logs/hashes.txt
+  grep -E '^[0-9a-f]{64} ' $logs/hashes.txt | show
+}
 
 step_coverage() {
-  build coverage
+  build coverage korva_tests
   find build/coverage -name '*.gcda' -delete
-  ctest --preset coverage -j "$jobs"
-  gcovr --root . --filter src/ --exclude-throw-branches build/coverage -j "$jobs" \
-    --txt $logs/coverage-lines.txt --print-summary | show
-  gcovr --root . --filter src/ --exclude-throw-branches build/coverage -j "$jobs" --branches --txt $logs/coverage-branches.txt
+  ctest --preset coverage -j "$jobs" -L '^korva_tests$'
+  gcovr --root . --filter src/ build/coverage --txt $logs/coverage-lines.txt
+  gcovr --root . --filter src/ build/coverage --txt $logs/coverage-branches.txt --branches --print-summary |
+    grep -E '^(lines|branches)' | show
 }
 
 step_tidy() {
@@ -139,8 +142,8 @@ step_peers() { python/run_tests.sh --deep build/release/libkorva_reference_api.s
 
 step_mutations() {
   build release
-  tests/deep/mutations.py build/release build/mutations | tee build/logs/mutants.txt
-  grep -E '^(survived|[0-9]+ of )' build/logs/mutants.txt | show
+  tests/deep/mutations.py build/release build/mutations | tee $logs/mutants.txt
+  grep -E '^survived|^[0-9]+ of ' $logs/mutants.txt | show
 }
 
 quick='release clang asan tsan install python scripts reference'
@@ -159,7 +162,8 @@ done
 selected=" ${selected:-$quick} "
 
 # shellcheck disable=SC2046  # a package name each
-require_packages cmake ninja-build g++ clang libgtest-dev pkg-config shellcheck doxygen git $(cat python/packages.txt)
+require_packages cmake ninja-build g++ clang libgtest-dev libcli11-dev libpng-dev pkg-config shellcheck doxygen git \
+  $(cat python/packages.txt)
 for name in $deep; do
   [[ $selected == *" $name "* ]] || continue
   # shellcheck disable=SC2046
