@@ -56,6 +56,13 @@ g++ -std=c++11 "${warnings[@]}" "$source/cpp_host.cpp" -o "$work/cpp_host" "${fl
 expect "$version: 5 6 9 10" env LD_LIBRARY_PATH="$libraries" "$work/c_host"
 expect "$version: 5 6 9 10" env LD_LIBRARY_PATH="$libraries" "$work/cpp_host"
 
+echo "The host program and its command line as they stand in the README; band 6 starts in row 1, column 2."
+mkdir "$work/readme"
+awk '/^```/ {inside = !inside && $0 == "```cpp" && !seen++; next} inside' "$source/../../README.md" >"$work/readme/host.cpp"
+command=$(grep -m 1 '^g++ host.cpp' "$source/../../README.md")
+(cd "$work/readme" && eval "$command" && LD_LIBRARY_PATH=$libraries ./host)
+expect "  2050  2054" od -An -tu2 -N4 "$work/readme/band6.raw"
+
 echo "The file alone beside a host is enough to run it."
 mkdir "$work/alone"
 cp "$library" "$work/c_host" "$work/alone"
