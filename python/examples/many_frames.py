@@ -179,6 +179,8 @@ def main() -> None:
     options = parser.parse_args()
     if options.rows < 4:
         parser.error(f"argument --rows: expected at least 4, found {options.rows}")
+    if options.scheduler:
+        from distributed import Client, progress
     mosaic_width, mosaic_height = (int(number) for number in options.mosaic.split("x"))
     mosaic = mosaic_width, mosaic_height
 
@@ -211,8 +213,6 @@ def main() -> None:
     if todo:
         result = work(recording, mosaic, white, bias, matrix, todo, output, options.median, options.rows)
         if options.scheduler:
-            from distributed import Client, progress
-
             with Client(options.scheduler) as client:
                 result = client.persist(result)
                 progress(result, notebook=False)
