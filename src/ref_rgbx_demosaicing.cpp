@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
@@ -146,12 +147,33 @@ struct ComputeX {
 //
 // The samples of each row are packed, and so are the centres between them: sample m lies in column 4 m + 1 or 4 m + 3.
 // All loops then run over neighbouring values, and whole rows come out by interleaving.
+template <int vectorBytes>
 struct ComputeSparse {
+  static constexpr std::size_t kLanes = vectorBytes / sizeof(float);
   static constexpr std::size_t kStrip = 512;
+  using Floats = korva::Vector<float, kLanes>;
+
+  // Every fourth float of 4 * kLanes - 3. Loads that start ever further left bring each of them to a lane of its own.
+  KORVA_INLINE static Floats loadFourths(float const* row) {
+    constexpr std::size_t kStep = kLanes - 1;
+    auto const a = korva::loadLanes<Floats>(row), b = korva::loadLanes<Floats>(row + kStep);
+    auto const c = korva::loadLanes<Floats>(row + 2 * kStep), d = korva::loadLanes<Floats>(row + 3 * kStep);
+    if constexpr (kLanes == 8) {
+      auto const ab = __builtin_shufflevector(a, b, 0, 9, 2, 3, 4, 13, 6, 7);
+      auto const cd = __builtin_shufflevector(c, d, 0, 1, 2, 11, 4, 5, 6, 15);
+      return __builtin_shufflevector(__builtin_shufflevector(ab, cd, 0, 1, 10, 11, 4, 5, 14, 15), ab, 0, 4, 1, 5, 2, 6,
+                                     3, 7);
+    } else {
+      auto const ab = __builtin_shufflevector(a, b, 0, 5, 2, 3);
+      return __builtin_shufflevector(ab, __builtin_shufflevector(c, d, 0, 1, 2, 7), 0, 1, 6, 7);
+    }
+  }
 
   // The samples of an odd row that are of the band's kind.
   KORVA_INLINE static void pack(float* samples, float const* row, std::size_t count) {
-    for (std::size_t m = 0; m < count; ++m) samples[m] = row[4 * m];
+    std::size_t m = 0;
+    for (; m + kLanes <= count; m += kLanes) korva::storeLanes(samples + m, loadFourths(row + 4 * m));
+    for (; m < count; ++m) samples[m] = row[4 * m];
   }
 
   // centres[m] between samples[m] and samples[m + 1]; above and below hold what lies above and below centre m.
@@ -160,38 +182,51 @@ struct ComputeSparse {
     for (std::size_t m = 0; m < count; ++m) centres[m] = mean(samples[m], above[m], samples[m + 1], below[m]);
   }
 
-  using Four = korva::Vector<float, 4>;
-
   // out gets a[0], b[0], c[0], d[0], a[1], b[1] and so on.
-  KORVA_INLINE static void storeInterleaved(float* out, Four a, Four b, Four c, Four d) {
-    auto const ab01 = __builtin_shufflevector(a, b, 0, 4, 1, 5), ab23 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-    auto const cd01 = __builtin_shufflevector(c, d, 0, 4, 1, 5), cd23 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-    korva::storeLanes(out, __builtin_shufflevector(ab01, cd01, 0, 1, 4, 5));
-    korva::storeLanes(out + 4, __builtin_shufflevector(ab01, cd01, 2, 3, 6, 7));
-    korva::storeLanes(out + 8, __builtin_shufflevector(ab23, cd23, 0, 1, 4, 5));
-    korva::storeLanes(out + 12, __builtin_shufflevector(ab23, cd23, 2, 3, 6, 7));
-  }
-
-  KORVA_INLINE static void storeInterleaved(float* out, float a, float b, float c, float d) {
-    out[0] = a;
-    out[1] = b;
-    out[2] = c;
-    out[3] = d;
+  template <typename T>
+  KORVA_INLINE static void storeInterleaved(float* out, T a, T b, T c, T d) {
+    if constexpr (std::is_same_v<T, float>) {
+      out[0] = a;
+      out[1] = b;
+      out[2] = c;
+      out[3] = d;
+    } else if constexpr (kLanes == 8) {
+      auto const abLow = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+      auto const abHigh = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+      auto const cdLow = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
+      auto const cdHigh = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
+      // Each with two sites in its halves, the second one four further on.
+      auto const site0 = __builtin_shufflevector(abLow, cdLow, 0, 1, 8, 9, 4, 5, 12, 13);
+      auto const site1 = __builtin_shufflevector(abLow, cdLow, 2, 3, 10, 11, 6, 7, 14, 15);
+      auto const site2 = __builtin_shufflevector(abHigh, cdHigh, 0, 1, 8, 9, 4, 5, 12, 13);
+      auto const site3 = __builtin_shufflevector(abHigh, cdHigh, 2, 3, 10, 11, 6, 7, 14, 15);
+      korva::storeLanes(out, __builtin_shufflevector(site0, site1, 0, 1, 2, 3, 8, 9, 10, 11));
+      korva::storeLanes(out + 8, __builtin_shufflevector(site2, site3, 0, 1, 2, 3, 8, 9, 10, 11));
+      korva::storeLanes(out + 16, __builtin_shufflevector(site0, site1, 4, 5, 6, 7, 12, 13, 14, 15));
+      korva::storeLanes(out + 24, __builtin_shufflevector(site2, site3, 4, 5, 6, 7, 12, 13, 14, 15));
+    } else {
+      auto const abLow = __builtin_shufflevector(a, b, 0, 4, 1, 5), abHigh = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+      auto const cdLow = __builtin_shufflevector(c, d, 0, 4, 1, 5), cdHigh = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+      korva::storeLanes(out, __builtin_shufflevector(abLow, cdLow, 0, 1, 4, 5));
+      korva::storeLanes(out + 4, __builtin_shufflevector(abLow, cdLow, 2, 3, 6, 7));
+      korva::storeLanes(out + 8, __builtin_shufflevector(abHigh, cdHigh, 0, 1, 4, 5));
+      korva::storeLanes(out + 12, __builtin_shufflevector(abHigh, cdHigh, 2, 3, 6, 7));
+    }
   }
 
   // A row of sites from its first sample on.
-  template <typename Floats>
-  KORVA_INLINE static void writeSites(float* out, float const* samples, float const* centres) {
-    auto const left = korva::loadLanes<Floats>(samples);
-    auto const centre = korva::loadLanes<Floats>(centres);
-    auto const right = korva::loadLanes<Floats>(samples + 1);
-    storeInterleaved(out, left, mean(left, centre), centre, mean(right, centre));
+  template <typename T>
+  KORVA_INLINE static void writeSites(float* out, float const* samples, float const* centres, std::size_t m) {
+    auto const left = korva::loadLanes<T>(samples + m);
+    auto const centre = korva::loadLanes<T>(centres + m);
+    auto const right = korva::loadLanes<T>(samples + m + 1);
+    storeInterleaved(out + 4 * m, left, mean(left, centre), centre, mean(right, centre));
   }
 
   KORVA_INLINE static void writeSiteRow(float* out, float const* samples, float const* centres, std::size_t count) {
     std::size_t m = 0;
-    for (; m + 4 <= count; m += 4) writeSites<Four>(out + 4 * m, samples + m, centres + m);
-    for (; m < count; ++m) writeSites<float>(out + 4 * m, samples + m, centres + m);
+    for (; m + kLanes <= count; m += kLanes) writeSites<Floats>(out, samples, centres, m);
+    for (; m < count; ++m) writeSites<float>(out, samples, centres, m);
   }
 
   // Packed samples and centres of a row of sites.
@@ -202,20 +237,20 @@ struct ComputeSparse {
 
   // The even row between two rows of sites, from column 2 on. In one of them, `near`, sites start in column 1, in the
   // other, `far`, in column 3.
-  template <typename Floats>
+  template <typename T>
   KORVA_INLINE static void writeBetween(float* out, Packed near, Packed far, std::size_t m) {
-    auto const nearLeft = korva::loadLanes<Floats>(near.samples + m);
-    auto const nearRight = korva::loadLanes<Floats>(near.samples + m + 1);
-    auto const farSample = korva::loadLanes<Floats>(far.samples + m);
-    auto const nearCentre = korva::loadLanes<Floats>(near.centres + m);
-    auto const farCentre = korva::loadLanes<Floats>(far.centres + m);
+    auto const nearLeft = korva::loadLanes<T>(near.samples + m);
+    auto const nearRight = korva::loadLanes<T>(near.samples + m + 1);
+    auto const farSample = korva::loadLanes<T>(far.samples + m);
+    auto const nearCentre = korva::loadLanes<T>(near.centres + m);
+    auto const farCentre = korva::loadLanes<T>(far.centres + m);
     storeInterleaved(out + 4 * m, mean(nearLeft, farSample), mean(nearCentre, farSample), mean(farSample, nearRight),
                      mean(farCentre, nearRight));
   }
 
   KORVA_INLINE static void writeRowBetween(float* out, Packed near, Packed far, std::size_t count) {
     std::size_t m = 0;
-    for (; m + 4 <= count; m += 4) writeBetween<Four>(out, near, far, m);
+    for (; m + kLanes <= count; m += kLanes) writeBetween<Floats>(out, near, far, m);
     for (; m < count; ++m) writeBetween<float>(out, near, far, m);
   }
 
