@@ -10,64 +10,39 @@
 
 #include "korva_reference_api.h"
 
+// All processing routines, by the part of their names behind KORVA_Ref_.
+// clang-format off
+#define KORVA_PROCESSING_ROUTINES(routine) \
+  routine(CG_CropImage_uint16) routine(CG_SSM_GetBandImage_uint16) routine(CG_SST_GetBandImage_uint16) \
+  routine(CG_LS_GetBandImageStrip_uint16) routine(CG_LS_StitchBandImageStrip_uint16) \
+  routine(CG_LS_StitchBandImage_uint16) routine(CG_LS_GetStitchedSlice_BSQ_uint16) \
+  routine(RC_CorrectBias_float) routine(RC_CorrectBias_uint16) routine(RC_ComputeCorrectionCoefficients_float) \
+  routine(RC_ComputeCorrectionCoefficients_uint16) routine(RC_ComputeReflectance_float) \
+  routine(RC_ComputeReflectance_uint16) \
+  routine(SC_ApplySpectralCorrection_float) routine(SC_ApplySpectralCorrection_uint16) \
+  routine(SC_ApplySpectralCorrection_BIP_float) routine(SC_ApplySpectralCorrection_BIP_uint16) \
+  routine(SC_ApplySpectralCorrection_BSQ_float) routine(SC_ApplySpectralCorrection_BSQ_uint16) \
+  routine(DM_ComputeFilterPosition) routine(DM_ComputeTargetPositionRelativeToFilterPosition) \
+  routine(DM_ComputeCoefficientsBilinear) routine(DM_ApplyDemosaicingBilinear_dbl) \
+  routine(DM_ApplyDemosaicingBilinear_uint16) \
+  routine(MF_Median1D_9_uint16) routine(MF_Median1D_9_float) routine(MF_Median1D_25_uint16) \
+  routine(MF_Median1D_25_float) routine(MF_Median1D_uint16) routine(MF_Median1D_float) \
+  routine(MF_Median2D_3x3_uint16) routine(MF_Median2D_3x3_float) routine(MF_Median2D_5x5_uint16) \
+  routine(MF_Median2D_5x5_float) \
+  routine(Subtract_float) routine(Add_float) routine(Mix_float) routine(Crop_float) routine(ApplyKernel7x7_float) \
+  routine(RGBToYCbCr_float) routine(YCbCrToRGB_float) \
+  routine(RGBX_ComputeBand_R_float) routine(RGBX_ComputeBand_G_float) routine(RGBX_ComputeBand_B_float) \
+  routine(RGBX_ComputeBand_X_float) routine(RGBX_DemosaicFrame_float) routine(RGBX_ComputeNewWLI_float)
+// clang-format on
+
 namespace korva::plain {
 
 // Adds 0.5, truncates to a signed 32-bit integer and keeps its low 16 bits; 0 for NaN and outside that range.
 unsigned short toUint16(double value);
 
-decltype(KORVA_Ref_CG_CropImage_uint16) CG_CropImage_uint16;
-decltype(KORVA_Ref_CG_SSM_GetBandImage_uint16) CG_SSM_GetBandImage_uint16;
-decltype(KORVA_Ref_CG_SST_GetBandImage_uint16) CG_SST_GetBandImage_uint16;
-decltype(KORVA_Ref_CG_LS_GetBandImageStrip_uint16) CG_LS_GetBandImageStrip_uint16;
-decltype(KORVA_Ref_CG_LS_StitchBandImageStrip_uint16) CG_LS_StitchBandImageStrip_uint16;
-decltype(KORVA_Ref_CG_LS_StitchBandImage_uint16) CG_LS_StitchBandImage_uint16;
-decltype(KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16) CG_LS_GetStitchedSlice_BSQ_uint16;
-
-decltype(KORVA_Ref_RC_CorrectBias_float) RC_CorrectBias_float;
-decltype(KORVA_Ref_RC_CorrectBias_uint16) RC_CorrectBias_uint16;
-decltype(KORVA_Ref_RC_ComputeCorrectionCoefficients_float) RC_ComputeCorrectionCoefficients_float;
-decltype(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16) RC_ComputeCorrectionCoefficients_uint16;
-decltype(KORVA_Ref_RC_ComputeReflectance_float) RC_ComputeReflectance_float;
-decltype(KORVA_Ref_RC_ComputeReflectance_uint16) RC_ComputeReflectance_uint16;
-
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_float) SC_ApplySpectralCorrection_float;
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_uint16) SC_ApplySpectralCorrection_uint16;
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_BIP_float) SC_ApplySpectralCorrection_BIP_float;
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16) SC_ApplySpectralCorrection_BIP_uint16;
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float) SC_ApplySpectralCorrection_BSQ_float;
-decltype(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16) SC_ApplySpectralCorrection_BSQ_uint16;
-
-decltype(KORVA_Ref_DM_ComputeFilterPosition) DM_ComputeFilterPosition;
-decltype(KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition) DM_ComputeTargetPositionRelativeToFilterPosition;
-decltype(KORVA_Ref_DM_ComputeCoefficientsBilinear) DM_ComputeCoefficientsBilinear;
-decltype(KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl) DM_ApplyDemosaicingBilinear_dbl;
-decltype(KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16) DM_ApplyDemosaicingBilinear_uint16;
-
-decltype(KORVA_Ref_MF_Median1D_9_uint16) MF_Median1D_9_uint16;
-decltype(KORVA_Ref_MF_Median1D_9_float) MF_Median1D_9_float;
-decltype(KORVA_Ref_MF_Median1D_25_uint16) MF_Median1D_25_uint16;
-decltype(KORVA_Ref_MF_Median1D_25_float) MF_Median1D_25_float;
-decltype(KORVA_Ref_MF_Median1D_uint16) MF_Median1D_uint16;
-decltype(KORVA_Ref_MF_Median1D_float) MF_Median1D_float;
-decltype(KORVA_Ref_MF_Median2D_3x3_uint16) MF_Median2D_3x3_uint16;
-decltype(KORVA_Ref_MF_Median2D_3x3_float) MF_Median2D_3x3_float;
-decltype(KORVA_Ref_MF_Median2D_5x5_uint16) MF_Median2D_5x5_uint16;
-decltype(KORVA_Ref_MF_Median2D_5x5_float) MF_Median2D_5x5_float;
-
-decltype(KORVA_Ref_Subtract_float) Subtract_float;
-decltype(KORVA_Ref_Add_float) Add_float;
-decltype(KORVA_Ref_Mix_float) Mix_float;
-decltype(KORVA_Ref_Crop_float) Crop_float;
-decltype(KORVA_Ref_ApplyKernel7x7_float) ApplyKernel7x7_float;
-decltype(KORVA_Ref_RGBToYCbCr_float) RGBToYCbCr_float;
-decltype(KORVA_Ref_YCbCrToRGB_float) YCbCrToRGB_float;
-
-decltype(KORVA_Ref_RGBX_ComputeBand_R_float) RGBX_ComputeBand_R_float;
-decltype(KORVA_Ref_RGBX_ComputeBand_G_float) RGBX_ComputeBand_G_float;
-decltype(KORVA_Ref_RGBX_ComputeBand_B_float) RGBX_ComputeBand_B_float;
-decltype(KORVA_Ref_RGBX_ComputeBand_X_float) RGBX_ComputeBand_X_float;
-decltype(KORVA_Ref_RGBX_DemosaicFrame_float) RGBX_DemosaicFrame_float;
-decltype(KORVA_Ref_RGBX_ComputeNewWLI_float) RGBX_ComputeNewWLI_float;
+#define KORVA_DEFINITION(name) decltype(KORVA_Ref_##name) name;
+KORVA_PROCESSING_ROUTINES(KORVA_DEFINITION)
+#undef KORVA_DEFINITION
 
 }  // namespace korva::plain
 

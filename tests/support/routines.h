@@ -7,64 +7,9 @@
 
 namespace korva::test::routine {
 
-#define KORVA_ROUTINE(function, definition) \
-  inline constexpr Routine<decltype(function)> definition { #function, &function, &plain::definition }
-
-KORVA_ROUTINE(KORVA_Ref_CG_CropImage_uint16, CG_CropImage_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_SSM_GetBandImage_uint16, CG_SSM_GetBandImage_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_SST_GetBandImage_uint16, CG_SST_GetBandImage_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_LS_GetBandImageStrip_uint16, CG_LS_GetBandImageStrip_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImageStrip_uint16, CG_LS_StitchBandImageStrip_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_LS_StitchBandImage_uint16, CG_LS_StitchBandImage_uint16);
-KORVA_ROUTINE(KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16, CG_LS_GetStitchedSlice_BSQ_uint16);
-
-KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_float, RC_CorrectBias_float);
-KORVA_ROUTINE(KORVA_Ref_RC_CorrectBias_uint16, RC_CorrectBias_uint16);
-KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_float, RC_ComputeCorrectionCoefficients_float);
-KORVA_ROUTINE(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16, RC_ComputeCorrectionCoefficients_uint16);
-KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_float, RC_ComputeReflectance_float);
-KORVA_ROUTINE(KORVA_Ref_RC_ComputeReflectance_uint16, RC_ComputeReflectance_uint16);
-
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_float, SC_ApplySpectralCorrection_float);
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_uint16, SC_ApplySpectralCorrection_uint16);
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BIP_float, SC_ApplySpectralCorrection_BIP_float);
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16, SC_ApplySpectralCorrection_BIP_uint16);
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float, SC_ApplySpectralCorrection_BSQ_float);
-KORVA_ROUTINE(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16, SC_ApplySpectralCorrection_BSQ_uint16);
-
-KORVA_ROUTINE(KORVA_Ref_DM_ComputeFilterPosition, DM_ComputeFilterPosition);
-KORVA_ROUTINE(KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition,
-              DM_ComputeTargetPositionRelativeToFilterPosition);
-KORVA_ROUTINE(KORVA_Ref_DM_ComputeCoefficientsBilinear, DM_ComputeCoefficientsBilinear);
-KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl, DM_ApplyDemosaicingBilinear_dbl);
-KORVA_ROUTINE(KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16, DM_ApplyDemosaicingBilinear_uint16);
-
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_uint16, MF_Median1D_9_uint16);
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_9_float, MF_Median1D_9_float);
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_uint16, MF_Median1D_25_uint16);
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_25_float, MF_Median1D_25_float);
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_uint16, MF_Median1D_uint16);
-KORVA_ROUTINE(KORVA_Ref_MF_Median1D_float, MF_Median1D_float);
-KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_uint16, MF_Median2D_3x3_uint16);
-KORVA_ROUTINE(KORVA_Ref_MF_Median2D_3x3_float, MF_Median2D_3x3_float);
-KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_uint16, MF_Median2D_5x5_uint16);
-KORVA_ROUTINE(KORVA_Ref_MF_Median2D_5x5_float, MF_Median2D_5x5_float);
-
-KORVA_ROUTINE(KORVA_Ref_Subtract_float, Subtract_float);
-KORVA_ROUTINE(KORVA_Ref_Add_float, Add_float);
-KORVA_ROUTINE(KORVA_Ref_Mix_float, Mix_float);
-KORVA_ROUTINE(KORVA_Ref_Crop_float, Crop_float);
-KORVA_ROUTINE(KORVA_Ref_ApplyKernel7x7_float, ApplyKernel7x7_float);
-KORVA_ROUTINE(KORVA_Ref_RGBToYCbCr_float, RGBToYCbCr_float);
-KORVA_ROUTINE(KORVA_Ref_YCbCrToRGB_float, YCbCrToRGB_float);
-
-KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_R_float, RGBX_ComputeBand_R_float);
-KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_G_float, RGBX_ComputeBand_G_float);
-KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_B_float, RGBX_ComputeBand_B_float);
-KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeBand_X_float, RGBX_ComputeBand_X_float);
-KORVA_ROUTINE(KORVA_Ref_RGBX_DemosaicFrame_float, RGBX_DemosaicFrame_float);
-KORVA_ROUTINE(KORVA_Ref_RGBX_ComputeNewWLI_float, RGBX_ComputeNewWLI_float);
-
+#define KORVA_ROUTINE(name) \
+  inline constexpr Routine<decltype(KORVA_Ref_##name)> name{"KORVA_Ref_" #name, &KORVA_Ref_##name, &plain::name};
+KORVA_PROCESSING_ROUTINES(KORVA_ROUTINE)
 #undef KORVA_ROUTINE
 
 }  // namespace korva::test::routine
