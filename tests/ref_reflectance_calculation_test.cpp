@@ -108,6 +108,35 @@ TEST(Reflectance, CountsFollowTheRulesInOrder) {
   checkReflectance<Short, Short>(routine::RC_ComputeReflectance_uint16);
 }
 
+// Kernels may look for samples that a rule replaces many at a time. One alone, wherever it stands, must be found.
+template <class T, class... FullScale, class Function>
+void checkLoneSamples(Routine<Function> routine) {
+  constexpr std::size_t kCount = 67;
+  constexpr T kFlag{5000}, kLimit{6000};
+  Cases cases;
+  for (std::size_t position = 0; position < kCount; ++position) {
+    for (T const special : {kFlag, kLimit, T{65000}, T{0}}) {
+      cases.run({{"position", position}, {"special", static_cast<unsigned long>(special)}}, [&](Case& c) {
+        auto const in = c.input<T, 1>({kCount}, kOneBlock, [&](std::span<T> all, Random& random) {
+          for (T& sample : all) sample = static_cast<T>(random.between(1, 4000));
+          if (special != T{0}) all[position] = special;
+        });
+        auto const coefficient = c.input<double, 1>({kCount}, kOneBlock, [&](std::span<double> all, Random& random) {
+          for (double& value : all) value = random.real(0.0, 1.0) / 2048.0;
+          if (special == T{0}) all[position] = DBL_MAX;
+        });
+        auto out = c.output<T, 1>({kCount});
+        c.compare(routine, out, in, coefficient, kCount, 1.0, FullScale{10000}..., kFlag, kLimit);
+      });
+    }
+  }
+}
+
+TEST(Reflectance, LoneFloatThatARuleReplacesIsFound) { checkLoneSamples<float>(routine::RC_ComputeReflectance_float); }
+TEST(Reflectance, LoneCountThatARuleReplacesIsFound) {
+  checkLoneSamples<Short, Short>(routine::RC_ComputeReflectance_uint16);
+}
+
 // r = 1 * coefficient * 1, so each coefficient is a reflectance at an edge of the conversion. Above 1 it is limited,
 // below 0 it wraps as the conversion says.
 TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
