@@ -142,7 +142,7 @@ step_peers() { python/run_tests.sh --deep build/release/libkorva_reference_api.s
 
 step_mutations() {
   build release
-  tests/deep/mutations.py build/release build/mutations | tee $logs/mutants.txt
+  python3 tests/deep/mutations.py build/release build/mutations | tee $logs/mutants.txt
   grep -E '^survived|^[0-9]+ of ' $logs/mutants.txt | show
 }
 
