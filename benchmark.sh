@@ -13,7 +13,7 @@ Usage: ./benchmark.sh [options]
   --quick           one short repetition: checks that everything runs and compares, measures little
   --no-peers        do without OpenCV and OpenBLAS
   --summary         one line per routine
-  --update-readme   put that summary, or the scaling table, into README.md
+  --update-readme   put that summary into README.md, or the scaling table into docs/performance.md
 USAGE
 }
 
@@ -46,6 +46,8 @@ if [ -n "$readme" ] && [ "$filter$peers$quick" != .ON ]; then
   echo "--update-readme goes with a full run: no --filter, --quick or --no-peers." >&2
   exit 2
 fi
+
+[ -z "$readme" ] || [ ${#program[@]} -eq 0 ] || readme=docs/performance.md
 
 packages=(cmake g++ ninja-build libbenchmark-dev python3)
 [ $peers = OFF ] || packages+=(libopencv-imgproc-dev libopenblas-dev)
