@@ -43,15 +43,6 @@ struct DemosaicBilinear {
   static constexpr std::size_t kAhead = 4;
   using Doubles = korva::Vector<double, kLanes>;
 
-  template <typename Sample>
-  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count) {
-    std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
-      korva::storeLanes(target + k, korva::loadWidened<Doubles>(source + k));
-    }
-    for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
-  }
-
   // out[k] from the squares between two rows, the left column of the first square at index 0.
   template <typename Sample>
   KORVA_INLINE static void interpolateSquares(Sample* out, double const* top, double const* bottom, std::size_t count,
@@ -87,7 +78,7 @@ struct DemosaicBilinear {
       for (std::size_t left = 0; left < width - 1; left += kStrip) {
         std::size_t const count = width - 1 - left < kStrip ? width - 1 - left : kStrip;
         alignas(64) double strips[2][kStrip + 1];
-        widen(strips[0], in + left, count + 1);
+        korva::widenRow<Doubles>(strips[0], in + left, count + 1);
         for (std::size_t y = 0; y + 1 < height; ++y) {
           if (y + kAhead < height) {
             std::size_t const next = (y + kAhead) * width + left;
@@ -96,7 +87,7 @@ struct DemosaicBilinear {
           }
           double const* const top = strips[y % 2];
           double* const bottom = strips[(y + 1) % 2];
-          widen(bottom, in + (y + 1) * width + left, count + 1);
+          korva::widenRow<Doubles>(bottom, in + (y + 1) * width + left, count + 1);
           interpolateSquares(out + (y + dr) * width + dc + left, top, bottom, count, w);
         }
       }

@@ -106,7 +106,7 @@ struct ComputeReflectance {
     for (std::size_t i = 0; i < kBlock; i += kLanes) {
       applies |= korva::loadLanes<Doubles>(coefficients + i) == kInvalidCoefficient;
     }
-    return korva::anyBit(applies);
+    return korva::anyLane(applies);
   }
 
   template <bool byRules, typename Sample>

@@ -203,15 +203,6 @@ struct Blocks {
     for (std::size_t v = 0; v < vectors; ++v) korva::storeLanes(rest + v * kLanes, sums[v]);
     for (std::size_t k = 0; k < count; ++k) target[k] = korva::toSample<Sample>(rest[k]);
   }
-
-  template <typename Sample>
-  KORVA_INLINE static void widen(double* target, Sample const* source, std::size_t count) {
-    std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
-      korva::storeLanes(target + k, korva::loadWidened<Doubles>(source + k));
-    }
-    for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
-  }
 };
 
 // Lanes are neighbouring samples, rows are output bands.
@@ -268,7 +259,7 @@ struct CorrectCube : Blocks<vectorBytes> {
       // There are more planes than the processor foresees by itself.
       bool const isNextWhole = samples - left >= 2 * width;
       for (std::size_t i = 0; i < inBands; ++i) {
-        Base::widen(panel + i * width, in[i][0] + left, count);
+        korva::widenRow<Doubles>(panel + i * width, in[i][0] + left, count);
         if (isNextWhole) korva::prefetchRow<false>(in[i][0] + left + width, width);
       }
       if (count < kWidth) {
@@ -311,6 +302,7 @@ struct CorrectPixels : Blocks<vectorBytes> {
   using Base::kLanes;
   using Base::kMaxRows;
   using Base::kWidth;
+  using typename Base::Doubles;
 
   // Up to five pixels; a missing one repeats the first, and its sums are not stored.
   template <std::size_t vectors, typename Sample>
@@ -319,7 +311,7 @@ struct CorrectPixels : Blocks<vectorBytes> {
                                         std::size_t count) {
     double const* values[kMaxRows];
     for (std::size_t r = 0; r < kMaxRows; ++r) values[r] = spectra + (r < pixels ? r : 0) * inBands;
-    typename Base::Doubles sums[kMaxRows][vectors];
+    Doubles sums[kMaxRows][vectors];
     Base::sumProducts(sums, panel, width, values, inBands);
 #pragma GCC unroll 5
     for (std::size_t r = 0; r < kMaxRows; ++r) {
@@ -341,7 +333,7 @@ struct CorrectPixels : Blocks<vectorBytes> {
       }
       for (std::size_t pixel = 0; pixel < pixels; pixel += kMaxRows) {
         std::size_t const rows = pixels - pixel < kMaxRows ? pixels - pixel : kMaxRows;
-        Base::widen(spectra, in + pixel * inBands, rows * inBands);
+        korva::widenRow<Doubles>(spectra, in + pixel * inBands, rows * inBands);
         Sample* const target = out + pixel * outBands + first;
         for (std::size_t k = 0; k < count; k += kWidth) {
           if (count - k > kLanes) {

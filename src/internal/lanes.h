@@ -71,27 +71,12 @@ KORVA_INLINE Vector<unsigned short, 8> lesser(Vector<unsigned short, 8> a, Vecto
 }
 #endif
 
-// Whether any lane of an integer vector has its sign bit set, as those of a comparison that holds.
+// Whether any lane of an integer vector is set, as those of a comparison that holds: all its bits are.
 template <typename V>
 KORVA_INLINE bool anyLane(V lanes) {
 #if KORVA_X86_BUILTINS
-  if constexpr (sizeof(V) == 32) return __builtin_ia32_movmskps256(reinterpret_cast<Vector<float, 8>>(lanes)) != 0;
-  if constexpr (sizeof(V) == 16) return __builtin_ia32_movmskps(reinterpret_cast<Vector<float, 4>>(lanes)) != 0;
-#endif
-  auto const words = reinterpret_cast<Vector<long long, sizeof(V) / sizeof(long long)>>(lanes);
-  long long any = 0;
-  for (std::size_t i = 0; i < sizeof(V) / sizeof(long long); ++i) any |= words[i];
-  return any != 0;
-}
-
-// Whether any bit of an integer vector is set.
-template <typename V>
-KORVA_INLINE bool anyBit(V lanes) {
-#if KORVA_X86_BUILTINS
-  if constexpr (sizeof(V) == 32) {
-    auto const words = reinterpret_cast<Vector<long long, 4>>(lanes);
-    return __builtin_ia32_ptestz256(words, words) == 0;
-  }
+  if constexpr (sizeof(V) == 32) return __builtin_ia32_pmovmskb256(reinterpret_cast<Vector<char, 32>>(lanes)) != 0;
+  if constexpr (sizeof(V) == 16) return __builtin_ia32_pmovmskb128(reinterpret_cast<Vector<char, 16>>(lanes)) != 0;
 #endif
   auto const words = reinterpret_cast<Vector<long long, sizeof(V) / sizeof(long long)>>(lanes);
   long long any = 0;

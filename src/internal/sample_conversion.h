@@ -1,6 +1,7 @@
 // Conversions between samples and the double in which sums are formed.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -28,8 +29,8 @@ KORVA_INLINE Sample toSample(double value) {
   }
 }
 
-// The same conversions for vectors of double: exact widening of neighbouring samples, and rounding to neighbouring
-// ones.
+// The same conversions for vectors of double: exact widening of neighbouring samples, of one vector or of a whole row,
+// and rounding to neighbouring ones.
 
 template <typename Doubles, typename Sample>
 KORVA_INLINE Doubles loadWidened(Sample const* source) {
@@ -51,6 +52,14 @@ KORVA_INLINE Doubles loadWidened(Sample const* source) {
     return __builtin_convertvector(
         __builtin_convertvector(loadLanes<Vector<unsigned short, lanes>>(source), Vector<int, lanes>), Doubles);
   }
+}
+
+template <typename Doubles, typename Sample>
+KORVA_INLINE void widenRow(double* target, Sample const* source, std::size_t count) {
+  constexpr std::size_t kLanes = sizeof(Doubles) / sizeof(double);
+  std::size_t k = 0;
+  for (; k + kLanes <= count; k += kLanes) storeLanes(target + k, loadWidened<Doubles>(source + k));
+  for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
 }
 
 template <typename Doubles, typename Sample>
