@@ -165,8 +165,7 @@ struct FilterImage7x7 {
 
 // Colour conversion -------------------------------------------------------------------------------------------------
 
-// Each conversion is written once, for single samples and for vectors of them, which come in blocks. Of a pixel all
-// samples are read before one is written: the planes may be the same.
+// Each conversion is written once, for single samples and for vectors of them, which come in blocks.
 
 constexpr std::size_t kBlockSamples = 128;
 
@@ -230,6 +229,7 @@ struct YCbCrToRGB {
         cbFactor((1.0 - kb) + (1.0 - kb)),
         greenInverse(1.0 / ((1.0 - kr) - kb)) {}
 
+  // All three samples are read before one is written: the planes may be the same.
   template <typename Floats, typename Doubles>
   KORVA_INLINE void convert(float* const* out, float const* const* in, std::size_t k) const {
     auto const luma = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(in[0] + k));
