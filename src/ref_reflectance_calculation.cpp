@@ -46,8 +46,8 @@ struct ComputeCoefficients {
   }
 };
 
-// What turns a sample into reflectance. All of it is double, in which samples, flags and limits compare as they do in
-// their own type.
+// What turns a sample into reflectance, as double, in which samples, flags and limits compare as they do in their own
+// type.
 struct ReflectanceRules {
   double reciprocal;
   double flagValue;
@@ -55,7 +55,7 @@ struct ReflectanceRules {
   double fullScale;
 };
 
-// What follows works on single doubles and on vectors of them. Stored is the sample type of the result.
+// Works on single doubles and on vectors of them. Stored is the sample type of the result.
 
 template <typename Stored, typename Doubles>
 KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
@@ -68,8 +68,19 @@ KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, Reflecta
   }
 }
 
+// The definition, for one sample.
+template <typename Sample>
+KORVA_INLINE Sample reflectance(Sample sample, double coefficient, Sample flagValue, Sample limitValue,
+                                ReflectanceRules const& rules) {
+  if (coefficient == kInvalidCoefficient) return sample <= Sample{0} ? Sample{0} : flagValue;
+  if (sample == flagValue) return flagValue;
+  if (sample >= limitValue) return limitValue;
+  return korva::toSample<Sample>(scaledProduct<Sample>(static_cast<double>(sample), coefficient, rules));
+}
+
+// The same for a vector of samples as doubles.
 template <typename Stored, typename Doubles>
-KORVA_INLINE Doubles reflectance(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
+KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
   Doubles const zero = {};
   auto const unreferenced = coefficient == kInvalidCoefficient;
   auto const flagged = sample == rules.flagValue;
@@ -115,7 +126,7 @@ struct ComputeReflectance {
     auto const sample = korva::loadWidened<Doubles>(in);
     auto const coefficient = korva::loadLanes<Doubles>(coefficients);
     if constexpr (byRules) {
-      korva::storeConverted(out, reflectance<Sample>(sample, coefficient, rules));
+      korva::storeConverted(out, reflectances<Sample>(sample, coefficient, rules));
     } else {
       korva::storeConverted(out, scaledProduct<Sample>(sample, coefficient, rules));
     }
@@ -124,8 +135,10 @@ struct ComputeReflectance {
   template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* coefficients, std::size_t count,
                                Sample flagValue, Sample limitValue, ReflectanceRules rules) {
+    // Only without a conversion does a NaN flag keep its bits.
+    bool const isFlagConverted = flagValue == flagValue;
     std::size_t i = 0;
-    for (; i + kBlock <= count; i += kBlock) {
+    for (; isFlagConverted && i + kBlock <= count; i += kBlock) {
       if (anyRuleApplies(in + i, coefficients + i, flagValue, limitValue)) {
         for (std::size_t k = i; k < i + kBlock; k += kLanes)
           computeLanes<true>(out + k, in + k, coefficients + k, rules);
@@ -134,9 +147,7 @@ struct ComputeReflectance {
           computeLanes<false>(out + k, in + k, coefficients + k, rules);
       }
     }
-    for (; i < count; ++i) {
-      out[i] = korva::toSample<Sample>(reflectance<Sample>(static_cast<double>(in[i]), coefficients[i], rules));
-    }
+    for (; i < count; ++i) out[i] = reflectance(in[i], coefficients[i], flagValue, limitValue, rules);
   }
 };
 

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "support/routines.h"
@@ -240,6 +242,16 @@ TEST(Reflectance, OverloadsForwardToTheirSampleType) {
   KORVA_Ref_RC_ComputeReflectance(shorts, counts, coefficient, 2, 3.0, Short{10}, Short{7}, Short{6});
   EXPECT_EQ(shorts[0], 7);
   EXPECT_EQ(shorts[1], 3);
+}
+
+TEST(Reflectance, AFlagKeepsItsBits) {
+  // A signalling NaN, which a conversion would make quiet.
+  auto const flag = std::bit_cast<float>(0xff812345u);
+  std::vector<float> const in(50, 2.0f);
+  std::vector<double> const coefficient(50, DBL_MAX);
+  std::vector<float> out(50);
+  KORVA_Ref_RC_ComputeReflectance_float(out.data(), in.data(), coefficient.data(), 50, 1.0, flag, 9.0f);
+  for (float const result : out) ASSERT_EQ(std::bit_cast<std::uint32_t>(result), 0xff812345u);
 }
 
 TEST(Reflectance, WholeSensorFrame) {
