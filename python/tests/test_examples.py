@@ -12,8 +12,8 @@ import pytest
 
 import korva_reference as korva
 
-PYTHON = Path(korva.__file__).parents[1]
-EXAMPLES = PYTHON / "examples"
+ROOT = Path(korva.__file__).parents[2]
+EXAMPLES = ROOT / "examples"
 pytestmark = pytest.mark.deep
 
 
@@ -112,7 +112,7 @@ def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
     environment = {key: value for key, value in os.environ.items() if not key.startswith(("PYTHONPATH", "KORVA_"))}
     # From a copy of the two folders that it needs: the build leaves files beside the sources.
     for folder in ("python", "include"):
-        run("cp", "-r", PYTHON.parent / folder, tmp_path / folder)
+        run("cp", "-r", ROOT / folder, tmp_path / folder)
     pip = (python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index")
     run(*pip, tmp_path / "python", env=environment)
     library = tmp_path / "venv/lib/libkorva_reference_api.so.1.0"
