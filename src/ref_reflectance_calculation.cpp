@@ -46,21 +46,20 @@ struct ComputeCoefficients {
   }
 };
 
-// What turns a sample into reflectance, as double, in which samples, flags and limits compare as they do in their own
-// type.
+// What turns a sample into reflectance.
+template <typename Sample>
 struct ReflectanceRules {
   double reciprocal;
-  double flagValue;
-  double limitValue;
+  Sample flagValue;
+  Sample limitValue;
   double fullScale;
 };
 
-// Works on single doubles and on vectors of them. Stored is the sample type of the result.
-
-template <typename Stored, typename Doubles>
-KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
+// Works on single doubles and on vectors of them.
+template <typename Sample, typename Doubles>
+KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, ReflectanceRules<Sample> const& rules) {
   Doubles const product = (sample * coefficient) * rules.reciprocal;
-  if constexpr (std::is_same_v<Stored, unsigned short>) {
+  if constexpr (std::is_same_v<Sample, unsigned short>) {
     auto const one = korva::broadcast<Doubles>(1.0);
     return (product > one ? one : product) * rules.fullScale;
   } else {
@@ -70,27 +69,27 @@ KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, Reflecta
 
 // The definition, for one sample.
 template <typename Sample>
-KORVA_INLINE Sample reflectance(Sample sample, double coefficient, Sample flagValue, Sample limitValue,
-                                ReflectanceRules const& rules) {
-  if (coefficient == kInvalidCoefficient) return sample <= Sample{0} ? Sample{0} : flagValue;
-  if (sample == flagValue) return flagValue;
-  if (sample >= limitValue) return limitValue;
-  return korva::toSample<Sample>(scaledProduct<Sample>(static_cast<double>(sample), coefficient, rules));
+KORVA_INLINE Sample reflectance(Sample sample, double coefficient, ReflectanceRules<Sample> const& rules) {
+  if (coefficient == kInvalidCoefficient) return sample <= Sample{0} ? Sample{0} : rules.flagValue;
+  if (sample == rules.flagValue) return rules.flagValue;
+  if (sample >= rules.limitValue) return rules.limitValue;
+  return korva::toSample<Sample>(scaledProduct(static_cast<double>(sample), coefficient, rules));
 }
 
-// The same for a vector of samples as doubles.
-template <typename Stored, typename Doubles>
-KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, ReflectanceRules const& rules) {
+// The same for a vector of samples as doubles, in which samples, flags and limits compare as they do in their own type.
+template <typename Sample, typename Doubles>
+KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, ReflectanceRules<Sample> const& rules) {
   Doubles const zero = {};
+  auto const flag = korva::broadcast<Doubles>(static_cast<double>(rules.flagValue));
+  auto const limit = korva::broadcast<Doubles>(static_cast<double>(rules.limitValue));
   auto const unreferenced = coefficient == kInvalidCoefficient;
-  auto const flagged = sample == rules.flagValue;
-  auto const saturated = sample >= rules.limitValue;
+  auto const flagged = sample == flag;
+  auto const saturated = sample >= limit;
   // A sample that a rule replaces enters the products as 0: the marker times a count would overflow.
   Doubles const measured = (unreferenced | flagged | saturated) ? zero : sample;
-  Doubles result = scaledProduct<Stored>(measured, coefficient, rules);
+  Doubles result = scaledProduct(measured, coefficient, rules);
   // From the last rule to the first, so that the first one that applies decides.
-  auto const flag = korva::broadcast<Doubles>(rules.flagValue);
-  result = saturated ? korva::broadcast<Doubles>(rules.limitValue) : result;
+  result = saturated ? limit : result;
   result = flagged ? flag : result;
   return unreferenced ? (sample <= zero ? zero : flag) : result;
 }
@@ -104,15 +103,15 @@ struct ComputeReflectance {
   using Doubles = korva::Vector<double, kLanes>;
 
   template <typename Sample>
-  KORVA_INLINE static bool anyRuleApplies(Sample const* in, double const* coefficients, Sample flagValue,
-                                          Sample limitValue) {
+  KORVA_INLINE static bool anyRuleApplies(Sample const* in, double const* coefficients,
+                                          ReflectanceRules<Sample> const& rules) {
     constexpr std::size_t kSamples = vectorBytes / sizeof(Sample);
     using Samples = korva::Vector<Sample, kSamples>;
     using Mask = korva::Vector<long long, kLanes>;
     Mask applies = {};
     for (std::size_t i = 0; i < kBlock; i += kSamples) {
       auto const samples = korva::loadLanes<Samples>(in + i);
-      applies |= reinterpret_cast<Mask>((samples == flagValue) | (samples >= limitValue));
+      applies |= reinterpret_cast<Mask>((samples == rules.flagValue) | (samples >= rules.limitValue));
     }
     for (std::size_t i = 0; i < kBlock; i += kLanes) {
       applies |= korva::loadLanes<Doubles>(coefficients + i) == kInvalidCoefficient;
@@ -122,24 +121,24 @@ struct ComputeReflectance {
 
   template <bool byRules, typename Sample>
   KORVA_INLINE static void computeLanes(Sample* out, Sample const* in, double const* coefficients,
-                                        ReflectanceRules const& rules) {
+                                        ReflectanceRules<Sample> const& rules) {
     auto const sample = korva::loadWidened<Doubles>(in);
     auto const coefficient = korva::loadLanes<Doubles>(coefficients);
     if constexpr (byRules) {
-      korva::storeConverted(out, reflectances<Sample>(sample, coefficient, rules));
+      korva::storeConverted(out, reflectances(sample, coefficient, rules));
     } else {
-      korva::storeConverted(out, scaledProduct<Sample>(sample, coefficient, rules));
+      korva::storeConverted(out, scaledProduct(sample, coefficient, rules));
     }
   }
 
   template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* coefficients, std::size_t count,
-                               Sample flagValue, Sample limitValue, ReflectanceRules rules) {
+                               ReflectanceRules<Sample> rules) {
     // Only without a conversion does a NaN flag keep its bits.
-    bool const isFlagConverted = flagValue == flagValue;
+    bool const isFlagConverted = rules.flagValue == rules.flagValue;
     std::size_t i = 0;
     for (; isFlagConverted && i + kBlock <= count; i += kBlock) {
-      if (anyRuleApplies(in + i, coefficients + i, flagValue, limitValue)) {
+      if (anyRuleApplies(in + i, coefficients + i, rules)) {
         for (std::size_t k = i; k < i + kBlock; k += kLanes)
           computeLanes<true>(out + k, in + k, coefficients + k, rules);
       } else {
@@ -147,7 +146,7 @@ struct ComputeReflectance {
           computeLanes<false>(out + k, in + k, coefficients + k, rules);
       }
     }
-    for (; i < count; ++i) out[i] = reflectance(in[i], coefficients[i], flagValue, limitValue, rules);
+    for (; i < count; ++i) out[i] = reflectance(in[i], coefficients[i], rules);
   }
 };
 
@@ -200,17 +199,16 @@ void KORVA_Ref_RC_ComputeCorrectionCoefficients(double* coefficients, unsigned s
 
 void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, unsigned long count,
                                            double divisor, float flagValue, float limitValue) {
-  korva::dispatch<ComputeReflectance>(out, in, coefficients, count, flagValue, limitValue,
-                                      ReflectanceRules{1.0 / divisor, flagValue, limitValue, 1.0});
+  korva::dispatch<ComputeReflectance>(out, in, coefficients, count,
+                                      ReflectanceRules<float>{1.0 / divisor, flagValue, limitValue, 1.0});
 }
 
 void KORVA_Ref_RC_ComputeReflectance_uint16(unsigned short* out, unsigned short const* in, double const* coefficients,
                                             unsigned long count, double divisor, unsigned short fullScale,
                                             unsigned short flagValue, unsigned short limitValue) {
   korva::dispatch<ComputeReflectance>(
-      out, in, coefficients, count, flagValue, limitValue,
-      ReflectanceRules{1.0 / divisor, static_cast<double>(flagValue), static_cast<double>(limitValue),
-                       static_cast<double>(fullScale)});
+      out, in, coefficients, count,
+      ReflectanceRules<unsigned short>{1.0 / divisor, flagValue, limitValue, static_cast<double>(fullScale)});
 }
 
 void KORVA_Ref_RC_ComputeReflectance(float* out, float const* in, double const* coefficients, unsigned long count,
