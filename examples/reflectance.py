@@ -29,7 +29,8 @@ parser.add_argument("--mosaic", default="4x4", help="filters across and down, su
 parser.add_argument("--white-reflectance", type=float, default=0.95)
 parser.add_argument("--matrix", help="text file: a line per output band, a weight per input band")
 parser.add_argument("--wavelengths", help="text file: a wavelength in nm per output band")
-parser.add_argument("--points", nargs="*", default=[], help="row,column of mosaic cells whose spectra are shown, by default the middle")
+parser.add_argument("--points", nargs="*", default=[],
+                    help="row,column of mosaic cells whose spectra are shown, by default the middle")
 parser.add_argument("--output", type=Path, default=Path("results/python"))
 options = parser.parse_args()
 if options.frame and not (options.white and options.bias):

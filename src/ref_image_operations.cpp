@@ -270,6 +270,7 @@ struct ConvertPlanes {
   using Floats = korva::Vector<float, kLanes>;
   using Doubles = korva::Vector<double, kLanes>;
 
+  // In vectors: what g++ makes of memcpy for this size takes a third longer.
   KORVA_INLINE static void copyBlock(float* target, float const* source) {
     using Whole = korva::Vector<float, 2 * kLanes>;
     for (std::size_t k = 0; k < kBlockSamples; k += 2 * kLanes) {
