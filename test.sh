@@ -82,7 +82,10 @@ step_install() { tests/install/run.sh build/release build/install; }
 
 step_python() { python/run_tests.sh build/release/libkorva_reference_api.so.1.0; }
 
-step_scripts() { git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck --shell=bash --external-sources; }
+step_scripts() {
+  git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck --shell=bash --external-sources
+  python3 tests/deep/mutations.py --places
+}
 
 step_reference() { scripts/reference.sh; }
 
@@ -143,7 +146,7 @@ step_peers() { python/run_tests.sh --deep build/release/libkorva_reference_api.s
 step_mutations() {
   build release
   python3 tests/deep/mutations.py build/release build/mutations | tee $logs/mutants.txt
-  grep -E '^survived|^[0-9]+ of ' $logs/mutants.txt | show
+  sed -n '/^[0-9]* of /,$p' $logs/mutants.txt | show
 }
 
 quick='release clang asan tsan install python scripts reference'
@@ -180,7 +183,7 @@ step asan 'AddressSanitizer, UndefinedBehaviorSanitizer'
 step tsan 'ThreadSanitizer: eight threads on shared inputs'
 step install 'moved installation: find_package and pkg-config, C and C++ hosts'
 step python 'the Python package on the release build'
-step scripts 'shellcheck of all scripts'
+step scripts 'shellcheck of all scripts, the places of the deliberate faults'
 step reference 'every function of the header documented'
 step digests 'one digest of each routine over compilers, levels, processors'
 step valgrind 'valgrind: every routine, baseline and vector copies'
