@@ -1,6 +1,7 @@
 // CG: raw frames into band images and cubes, for snapshot-mosaic, snapshot-tiled and line-scan sensors.
 #include "korva_reference_api.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -24,47 +25,59 @@ void copyRectangle(Sample* const* out, Sample const* const* in, unsigned long le
 // out[k] = in[k * stride] for strides of common mosaics, known when compiling.
 template <std::size_t stride>
 struct TakeEvery {
-  // The sample at lane k comes from loaded vector number k * stride / lanes; lanes from other vectors become 0.
-  template <std::size_t vector, std::size_t lanes, std::size_t... lane>
-  KORVA_INLINE static auto placed(korva::Vector<Sample, lanes> samples, std::index_sequence<lane...>) {
-    return __builtin_shufflevector(
-        samples, korva::Vector<Sample, lanes>{},
-        (lane * stride / lanes == vector ? static_cast<int>(lane * stride % lanes) : static_cast<int>(lanes))...);
-  }
+  static constexpr bool kIsPowerOf2 = std::has_single_bit(stride);
 
-  template <std::size_t... vector>
-  KORVA_INLINE static void takeEight(Sample* out, Sample const* in, std::index_sequence<vector...>) {
-    constexpr std::size_t kLanes = 8;
+  template <int vectorBytes>
+  struct Kernel {
+    static constexpr std::size_t kLanes = kIsPowerOf2 ? vectorBytes / sizeof(Sample) : 8;
     using V = korva::Vector<Sample, kLanes>;
-    korva::storeLanes(
-        out,
-        (placed<vector, kLanes>(korva::loadLanes<V>(in + vector * kLanes), std::make_index_sequence<kLanes>()) | ...));
-  }
 
-  KORVA_INLINE static void run(Sample* out, Sample const* in, std::size_t count) {
-    std::size_t k = 0;
-    // Strictly less: eight samples are taken from 8 * stride loaded ones, and those beyond the eighth lie in the row
-    // only if a ninth follows.
-    for (; k + 8 < count; k += 8) takeEight(out + k, in + k * stride, std::make_index_sequence<stride>());
-    for (; k < count; ++k) out[k] = in[k * stride];
-  }
+    // Every step-th sample, a power of 2: the even ones of two vectors of half the step.
+    template <std::size_t step, std::size_t... lane>
+    KORVA_INLINE static V takeEven(Sample const* in, std::index_sequence<lane...> lanes) {
+      if constexpr (step == 1) {
+        return korva::loadLanes<V>(in);
+      } else {
+        auto const first = takeEven<step / 2>(in, lanes), second = takeEven<step / 2>(in + step / 2 * kLanes, lanes);
+        return __builtin_shufflevector(first, second, static_cast<int>(2 * lane)...);
+      }
+    }
+
+    // The sample at lane k comes from loaded vector number k * stride / lanes; lanes from other vectors become 0.
+    template <std::size_t vector, std::size_t... lane>
+    KORVA_INLINE static V placed(Sample const* in, std::index_sequence<lane...>) {
+      return __builtin_shufflevector(
+          korva::loadLanes<V>(in + vector * kLanes), V{},
+          static_cast<int>(lane * stride / kLanes == vector ? lane * stride % kLanes : kLanes)...);
+    }
+
+    template <std::size_t... vector>
+    KORVA_INLINE static V take(Sample const* in, std::index_sequence<vector...>) {
+      constexpr std::make_index_sequence<kLanes> kAll;
+      if constexpr (kIsPowerOf2) {
+        return takeEven<stride>(in, kAll);
+      } else {
+        return (placed<vector>(in, kAll) | ...);
+      }
+    }
+
+    KORVA_INLINE static void run(Sample* out, Sample const* in, std::size_t count) {
+      std::size_t k = 0;
+      // Strictly less: a vector is taken from stride loaded ones, whose last samples lie in the row only if more
+      // follow.
+      for (; k + kLanes < count; k += kLanes) {
+        korva::storeLanes(out + k, take(in + k * stride, std::make_index_sequence<stride>()));
+      }
+      for (; k < count; ++k) out[k] = in[k * stride];
+    }
+  };
 };
 
-void takeEvery(Sample* out, Sample const* in, std::size_t stride, std::size_t count) {
-  switch (stride) {
-    case 2:
-      return korva::dispatch<TakeEvery<2>>(out, in, count);
-    case 3:
-      return korva::dispatch<TakeEvery<3>>(out, in, count);
-    case 4:
-      return korva::dispatch<TakeEvery<4>>(out, in, count);
-    case 5:
-      return korva::dispatch<TakeEvery<5>>(out, in, count);
-    case 6:
-      return korva::dispatch<TakeEvery<6>>(out, in, count);
-    default:
-      for (std::size_t k = 0; k < count; ++k) out[k] = in[k * stride];
-  }
+template <std::size_t... known>
+void takeEvery(Sample* out, Sample const* in, std::size_t stride, std::size_t count, std::index_sequence<known...>) {
+  bool const isKnown =
+      ((stride == known && (korva::dispatch<TakeEvery<known>::template Kernel>(out, in, count), true)) || ...);
+  for (std::size_t k = 0; !isKnown && k < count; ++k) out[k] = in[k * stride];
 }
 
 }  // namespace
@@ -85,7 +98,8 @@ void KORVA_Ref_CG_SSM_GetBandImage_uint16(unsigned short** out, unsigned short**
   unsigned long const rowPhase = band / mosaicWidth;
   unsigned long const columnPhase = band % mosaicWidth;
   for (unsigned long row = 0; row < bandHeight && bandWidth > 0; ++row) {
-    takeEvery(out[row], in[rowPhase + row * mosaicHeight] + columnPhase, mosaicWidth, bandWidth);
+    takeEvery(out[row], in[rowPhase + row * mosaicHeight] + columnPhase, mosaicWidth, bandWidth,
+              std::index_sequence<2, 3, 4, 5, 6, 7, 8>());
   }
 }
 
