@@ -92,6 +92,23 @@ TEST(NewWli, FourthBandHasNoShareAtWeightOne) {
   });
 }
 
+TEST(NewWli, KernelMayLieWhereResultsGo) {
+  Cases cases;
+  cases.run({}, [](Case& c) {
+    auto const in = c.input<float, 3>({20, 80, 4}, kOneBlock, ordinary<float>);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
+    WorkingBuffers buffers(c, 20, 80);
+    auto apart = c.output<float, 3>({14, 74, 3}), inside = c.output<float, 3>({14, 74, 3});
+    KORVA_Ref_RGBX_ComputeNewWLI_float(apart.actual(), in.actual(), 20, 80, kernel.actual(), buffers.actual(), 0.1, 0.3,
+                                       0.5);
+    auto* const moved = reinterpret_cast<double*>(buffers.actual().xResidual[4]);
+    std::memcpy(moved, kernel.actual(), 49 * sizeof(double));
+    KORVA_Ref_RGBX_ComputeNewWLI_float(inside.actual(), in.actual(), 20, 80, moved, buffers.actual(), 0.1, 0.3, 0.5);
+    for (std::size_t row = 0; row < inside.rows(); ++row)
+      EXPECT_EQ(std::memcmp(apart.actualRow(row), inside.actualRow(row), 14 * sizeof(float)), 0) << row;
+  });
+}
+
 TEST(NewWliBuffers, AreFourArraysOfTheImageSize) {
   // Sample block and row table three times, then band table, row table and sample block.
   std::vector<std::size_t> const expected = {252, 56, 252, 56, 252, 56, 24, 168, 756};
