@@ -165,7 +165,7 @@ done
 selected=" ${selected:-$quick} "
 
 # shellcheck disable=SC2046  # a package name each
-require_packages cmake ninja-build g++ clang libgtest-dev libcli11-dev libpng-dev pkg-config shellcheck doxygen git \
+require_packages cmake ninja-build g++ clang libgtest-dev libcli11-dev python3-matplotlib pkg-config shellcheck doxygen git \
   $(cat python/packages.txt)
 for name in $deep; do
   [[ $selected == *" $name "* ]] || continue

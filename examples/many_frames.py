@@ -147,13 +147,13 @@ def work(recording: Recording, mosaic: tuple[int, int], white: str, bias: str, m
 
 
 def synthetic_recording(folder: Path, frames: int, height: int, width: int) -> None:
-    from synthetic_scene import Camera, correction_matrix
+    from demo.scene import SnapshotCamera
 
     folder.mkdir(parents=True, exist_ok=True)
-    camera = Camera(height, width)
+    camera = SnapshotCamera(height, width)
     korva.write_raw_data(folder / "../white.raw", camera.white())
     korva.write_raw_data(folder / "../bias.raw", camera.bias())
-    np.savetxt(folder / "../matrix.txt", correction_matrix())
+    np.savetxt(folder / "../matrix.txt", camera.matrix)
     for index in range(frames):
         path = folder / f"frame_{index:06}.raw"
         if not path.exists():

@@ -14,7 +14,7 @@ from pathlib import Path
 
 import matplotlib.pyplot as plt
 import numpy as np
-import synthetic_scene as synthetic
+from demo import scene
 from matplotlib.patches import Rectangle
 
 import korva_reference as korva
@@ -26,6 +26,8 @@ parser.add_argument("--bias", help="raw frame taken without light")
 parser.add_argument("--width", type=int, default=2048)
 parser.add_argument("--height", type=int, default=1088)
 parser.add_argument("--mosaic", default="4x4", help="filters across and down, such as 4x4")
+parser.add_argument("--exposure", type=float, default=1.0, help="exposure time of the frame")
+parser.add_argument("--white-exposure", type=float, default=1.0, help="exposure time of the white reference")
 parser.add_argument("--white-reflectance", type=float, default=0.95)
 parser.add_argument("--matrix", help="text file: a line per output band, a weight per input band")
 parser.add_argument("--wavelengths", help="text file: a wavelength in nm per output band")
@@ -50,18 +52,10 @@ if options.frame:
     middle = f"{options.height // mosaic_height // 2},{options.width // mosaic_width // 2}"
     points = {text: tuple(int(number) for number in text.split(",")) for text in options.points or [middle]}
 else:
-    camera = synthetic.Camera(options.height, options.width)
+    camera = scene.SnapshotCamera(options.height, options.width)
     frame, white, bias = camera.frame(), camera.white(), camera.bias()
-    matrix, wavelengths, truth = synthetic.correction_matrix(), synthetic.CENTRES, camera.truth()
-    cells = camera.labels[2::4, 2::4]
-    points = {}
-    for label, name in enumerate(synthetic.NAMES):  # The cell that lies deepest inside the material.
-        depth, inside = np.zeros(cells.shape, int), cells == label
-        while inside.any():
-            depth += inside
-            inside = np.all([np.roll(inside, *step) for step in ((0, 0), (1, 0), (-1, 0), (1, 1), (-1, 1))], axis=0)
-        deepest = np.unravel_index(np.argmax(depth[8:-8, 8:-8]), depth[8:-8, 8:-8].shape)
-        points[name] = tuple(int(number) + 8 for number in deepest)
+    matrix, wavelengths, truth, points = camera.matrix, camera.wavelengths, camera.truth(), camera.points()
+    options.exposure, options.white_exposure = camera.exposure, camera.white_exposure
 
 # %% The road of a frame: bias, band images, one common point of the cell, reflectance, spectral correction
 FULL_SCALE = 10000  # counts that stand for reflectance 1
@@ -75,23 +69,24 @@ def band_images(counts):
 
 
 _, white_cube = band_images(white)
-coefficients = korva.correction_coefficients(white_cube, options.white_reflectance, 1.0, UNUSABLE)
+coefficients = korva.correction_coefficients(white_cube, options.white_reflectance, options.white_exposure, UNUSABLE)
 
 
 def reflectance(counts):
-    return korva.reflectance(counts, coefficients, 1.0, UNUSABLE, UNUSABLE, full_scale=FULL_SCALE)
+    return korva.reflectance(counts, coefficients, options.exposure, UNUSABLE, UNUSABLE, full_scale=FULL_SCALE)
 
 
 cut, demosaiced = band_images(frame)
-measured = reflectance(demosaiced)
-corrected = korva.apply_spectral_correction_bsq(measured, matrix)
+cube = reflectance(demosaiced)
+corrected = korva.apply_spectral_correction_bsq(cube, matrix)
+measured = cube[matrix.argmax(axis=1)]  # For each output band the camera's band that weighs most in it.
 
 # %% The cube, for any viewer
 if wavelengths is None:
     red, green, blue = len(matrix) - 1, len(matrix) // 2, 0
     axis_values, axis_name, shown_as = np.arange(len(matrix), dtype=float), "band", f"bands {red}, {green}, {blue}"
 else:
-    red, green, blue = (int(np.argmin(np.abs(wavelengths - nm))) for nm in (620, 550, 470))
+    red, green, blue = (int(np.argmin(np.abs(wavelengths - nm))) for nm in (640, 550, 465))
     axis_values, axis_name = wavelengths, "wavelength, nm"
     shown_as = " / ".join(f"{wavelengths[band]:.0f}" for band in (red, green, blue)) + " nm"
 korva.envi.write(options.output / "reflectance.raw", corrected, wavelength=wavelengths,
@@ -110,9 +105,7 @@ figure, axes = plt.subplots(2, 2, figsize=(13, 7.6), layout="constrained", grids
 shown = axes[0, 0].imshow(frame, cmap="gray", vmin=0, vmax=np.percentile(frame, 99.9))
 axes[0, 0].set_title(f"Raw frame, {frame.shape[1]} x {frame.shape[0]}")
 figure.colorbar(shown, ax=axes[0, 0], label="counts", shrink=0.9)
-y, x = (int(0.33 * size) // 4 * 4 for size in frame.shape)
-if camera:  # A corner of the yellow patch.
-    y, x = np.argwhere(camera.labels == synthetic.NAMES.index("yellow"))[-1] // 4 * 4 - 20
+y, x = (int(share * size) // 4 * 4 for share, size in zip((0.41, 0.227), frame.shape))  # Where red meets yellow.
 axes[0, 0].add_patch(Rectangle((x, y), 32, 32, fill=False, color="tab:orange", linewidth=1.5))
 axes[0, 1].imshow(frame[y : y + 32, x : x + 32], cmap="gray", extent=(x, x + 32, y + 32, y))
 axes[0, 1].set_title(f"32 x 32 pixels of it: cells of {mosaic_width} x {mosaic_height} filters", color="tab:orange")
@@ -161,16 +154,13 @@ for axis in axes.flat[len(points) :]:
     axis.set_axis_off()
 for axis, (name, (row, column)) in zip(axes.flat, points.items()):
     place = np.s_[:, row, column]
-    if camera:
-        spectrum = synthetic.SPECTRA.T @ camera.seen[:, 4 * row + 1, 4 * column + 1]
-        axis.plot(synthetic.GRID, spectrum, color="0.6", linewidth=4, label="true spectrum", solid_capstyle="round")
-    if len(measured) == len(corrected):
-        axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange",
-                  label="measured")
+    if truth is not None:
+        axis.plot(axis_values, truth[place], color="0.7", linewidth=5, label="truth", solid_capstyle="round")
+    axis.plot(axis_values, measured[place] / FULL_SCALE, "o", markerfacecolor="none", color="tab:orange", label="measured")
     axis.plot(axis_values, corrected[place] / FULL_SCALE, ".-", color="tab:blue", label="corrected")
     place_name = f"cell row {row}, column {column}"
     axis.set_title(f"{name}  ({place_name})" if camera else place_name)
-    axis.set_ylim(0, max(0.3, 1.1 * axis.get_ylim()[1]))
+    axis.set_ylim(bottom=0)
 axes[0, 0].legend(frameon=False)
 figure.supxlabel(axis_name)
 figure.supylabel("reflectance")
