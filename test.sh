@@ -10,7 +10,7 @@ usage() {
 Usage: ./test.sh [--deep] [STEP]...
 Runs the quick steps, with --deep all of them, or the named ones. Full output lands in build/logs.
 Quick: release clang asan tsan install python scripts reference
-Deep:  digests valgrind msan interface coverage tidy random peers mutations (these build on release)
+Deep:  huge digests valgrind msan interface coverage tidy random peers mutations (these build on release)
 USAGE
 }
 
@@ -89,6 +89,13 @@ step_scripts() {
 
 step_reference() { scripts/reference.sh; }
 
+step_huge() {
+  build release korva_tests
+  for folder in build/release build/release/baseline; do
+    LD_LIBRARY_PATH=$folder build/release/tests/korva_tests --gtest_filter='Lengthy*'
+  done
+}
+
 step_digests() {
   build release korva_digests
   build aarch64 korva_digests
@@ -150,7 +157,7 @@ step_mutations() {
 }
 
 quick='release clang asan tsan install python scripts reference'
-deep='digests valgrind msan interface coverage tidy random peers mutations'
+deep='huge digests valgrind msan interface coverage tidy random peers mutations'
 selected=
 for argument in "$@"; do
   case $argument in
@@ -185,6 +192,7 @@ step install 'moved installation: find_package and pkg-config, C and C++ hosts'
 step python 'the Python package on the release build'
 step scripts 'shellcheck of all scripts, the places of the deliberate faults'
 step reference 'every function of the header documented'
+step huge 'runs of more than 2^32 samples, to their last one'
 step digests 'one digest of each routine over compilers, levels, processors'
 step valgrind 'valgrind: every routine, baseline and vector copies'
 step msan 'MemorySanitizer: every routine'

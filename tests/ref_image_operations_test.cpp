@@ -149,6 +149,28 @@ TEST(Kernel7x7, SpecialSampleReachesItsNeighbourhoodOnly) {
   }
 }
 
+TEST(Kernel7x7, WeightsAreReadBeforeTheOutputThatTheyLieInIsWritten) {
+  struct Weights {
+    double const *inOutput, *apart;
+    double const* actual() const { return inOutput; }
+    double const* expected() const { return apart; }
+  };
+  Cases cases;
+  for (std::size_t const width : Sizes{70, 700}) {
+    cases.run({{"width", width}}, [=](Case& c) {
+      auto const in = c.input<float, 2>({width, 12}, kSeparateRows, ordinary<float>);
+      auto const kernel = c.input<double, 1>({49}, kOneBlock, ordinary<double>);
+      auto out = c.inOut<float, 2>({width, 12}, kOneBlock, ordinary<float>);
+      // The first double of the first row that is written.
+      std::size_t const start = 3 * width + reinterpret_cast<std::uintptr_t>(out.actual()[3]) % sizeof(double) / 4;
+      for (float* const samples : {out.actual()[0], out.expected()[0]})
+        std::memcpy(samples + start, kernel.actual(), 49 * sizeof(double));
+      Weights const weights = {reinterpret_cast<double const*>(out.actual()[0] + start), kernel.actual()};
+      c.compare(routine::ApplyKernel7x7_float, out, in, width, 12ul, weights);
+    });
+  }
+}
+
 TEST(Kernel7x7, KernelIsNotFlipped) {
   Cases cases;
   cases.run({}, [](Case& c) {
@@ -245,8 +267,11 @@ TEST(ColourConversion, PlanesThatCollideInTheCache) {
   for (std::size_t k = 0; k < 3 * kCount; ++k) {
     rows[0][k / kCount][k % kCount] = rows[1][k / kCount][k % kCount] = static_cast<float>(random.real(-9.0, 9.0));
   }
-  for (auto* const convert : {KORVA_Ref_RGBToYCbCr_float, KORVA_Ref_YCbCrToRGB_float}) {
-    for (auto& planes : images) convert(planes + 3, planes, kCount, 1, 0.114, 0.299);
+  for (int kind = 0; kind < 3; ++kind) {
+    for (auto& planes : images) {
+      auto* const convert = kind == 0 ? KORVA_Ref_RGBToYCbCr_float : KORVA_Ref_YCbCrToRGB_float;
+      convert(kind == 2 ? planes : planes + 3, planes, kCount, 1, 0.114, 0.299);
+    }
     for (std::size_t k = 0; k < 6 * kCount; ++k) {
       ASSERT_EQ(rows[1][k / kCount][k % kCount], rows[0][k / kCount][k % kCount]) << "plane " << k / kCount;
     }

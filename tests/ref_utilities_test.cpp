@@ -218,6 +218,18 @@ TEST_F(RawFiles, ShortFileFillsTheStartOnly) {
   EXPECT_EQ(std::count(data.begin() + 3, data.end(), 0xEE), 9);
 }
 
+// More bytes than 32 bits count: of the file there are twelve, of the samples a page up to a forbidden one.
+TEST_F(RawFiles, CountsKeepTheirHighBits) {
+  if (!allocationsAreCounted()) GTEST_SKIP() << "sanitizers look at all the samples that are not there";
+  constexpr unsigned long kCount = (1ul << 32) + 6;
+  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "short.raw", 6, 2);
+  GuardedRuns page(1, 4096, Placement::EndsAtForbiddenPage);
+  KORVA_Ref_ReadRawDataFromDisk(page.writable(0), directory_.c_str(), "short.raw", kCount, 1);
+  EXPECT_EQ(std::memcmp(page.readOnly(0), samples_.data(), 12), 0);
+  KORVA_Ref_WriteRawDataToDisk(page.readOnly(0), directory_.c_str(), "page.raw", kCount, 1);
+  EXPECT_EQ(contentsOf("page.raw").size(), 4096u);
+}
+
 TEST_F(RawFiles, NothingToTransferTruncatesOnWritingAndKeepsOnReading) {
   for (auto const& [count, elementSize] : {std::pair{0ul, 2ul}, {6ul, 0ul}, {0ul, 0ul}}) {
     KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);

@@ -78,13 +78,17 @@ std::vector<ImageSize> imageSizes(std::size_t leastWidth, std::size_t leastHeigh
     for (std::size_t height = leastHeight; height <= 140; ++height)
       sizes.push_back({leastWidth + columns * widthStep, height});
   sizes.push_back({2048, 200});
+  // Wide and low: beyond the second and the third strip or tile of a row.
+  for (std::size_t width = 2048; width <= 8192; width *= 2)
+    for (std::size_t more = leastWidth; more < leastWidth + 13; more += widthStep)
+      sizes.push_back({width + more, leastHeight + more % 4});
   return sizes;
 }
 
 std::vector<std::size_t> everyRunLength() {
   std::vector<std::size_t> lengths;
   for (std::size_t length = 0; length <= 70; ++length) lengths.push_back(length);
-  for (std::size_t power = 128; power <= 4096; power *= 2)
+  for (std::size_t power = 128; power <= 8192; power *= 2)
     lengths.insert(lengths.end(), {power - 1, power, power + 1, power + power / 2 + 5});
   return lengths;
 }
