@@ -151,8 +151,7 @@ class ResultFolder {
     if (lock_ >= 0 && flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
       reason = "another run is writing there";
     } else if (lock_ >= 0) {
-      fs::remove_all(staging_, error);
-      if (!error) fs::create_directory(staging_, error);
+      fs::create_directory(staging_, error);
     } else if (!error) {
       error.assign(errno, std::generic_category());
     }
@@ -170,6 +169,8 @@ class ResultFolder {
   }
   ResultFolder(ResultFolder const&) = delete;
   ResultFolder& operator=(ResultFolder const&) = delete;
+
+  std::string path() const { return folder_.string(); }
 
   // Writes NAME.raw and its header NAME.hdr, which common viewers open.
   template <typename Sample>

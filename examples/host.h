@@ -35,10 +35,9 @@ inline int run(CLI::App& app, int argc, char** argv, std::function<void()> const
   for (int const request : {SIGINT, SIGTERM}) std::signal(request, [](int signal) { stopSignal = signal; });
   // A reader that goes away shows as a failed write to standard output, checked below.
   std::signal(SIGPIPE, SIG_IGN);
-  std::string const version = std::to_string(KORVA_REFERENCE_API_VERSION_MAJOR) + "." +
-                              std::to_string(KORVA_REFERENCE_API_VERSION_MINOR) + "." +
-                              std::to_string(KORVA_REFERENCE_API_VERSION_PATCH);
-  app.set_version_flag("--version", app.get_name() + " " + version);
+  app.set_version_flag("--version", app.get_name() + " " + std::to_string(KORVA_REFERENCE_API_VERSION_MAJOR) + "." +
+                                        std::to_string(KORVA_REFERENCE_API_VERSION_MINOR) + "." +
+                                        std::to_string(KORVA_REFERENCE_API_VERSION_PATCH));
   try {
     app.parse(argc, argv);
     road();
@@ -189,6 +188,16 @@ inline void passFlags(Counts const& corrected, Counts const& reflectance) {
       if (flagged[k] != 0) samples[k] = kFlagged;
     }
   }
+}
+
+// Writes and publishes what a road to spectra ends with.
+inline void publishCorrected(ResultFolder& folder, Counts const& corrected, Correction const& correction,
+                             unsigned short fullScale) {
+  folder.write("corrected", corrected,
+               {"Corrected reflectance", correction.wavelengths, correction.colours(), double(fullScale)});
+  folder.publish();
+  std::printf("%lu bands of %s are in %s\n", corrected.bands(), sizeText(corrected.width(), corrected.height()).c_str(),
+              folder.path().c_str());
 }
 
 }  // namespace host

@@ -18,25 +18,6 @@ struct Options {
   unsigned long bands() const { return lastBand - firstBand + 1; }
 };
 
-// Owns the ring in which the strips of successive frames find together.
-class StitchingBuffer {
- public:
-  explicit StitchingBuffer(Options const& options) {
-    unsigned short*** planes = nullptr;
-    KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&planes, options.width, options.stripHeight, options.bands(),
-                                                   options.firstBand, options.lastBand);
-    planes_.reset(planes);
-    if (planes == nullptr) throw Error("not enough memory for the stitching buffer");
-  }
-  unsigned short*** planes() const { return planes_.get(); }
-
- private:
-  struct Free {
-    void operator()(unsigned short*** planes) const { KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(planes); }
-  };
-  std::unique_ptr<unsigned short**, Free> planes_;
-};
-
 // Stitches all frames to a scene of counts. The slice cube holds a few slices only; each time it is full, its rows go
 // to their place in the scene, which may be as long as memory allows.
 Counts stitchScene(Frames const& frames, Options const& options) {
@@ -46,18 +27,23 @@ Counts stitchScene(Frames const& frames, Options const& options) {
   unsigned long const slices = frames.size() - bands + 1;
   Counts scene(options.width, slices * stripHeight, bands);
   Counts const sliceCube(options.width, kSlots * stripHeight, bands);
-  StitchingBuffer const buffer(options);
+  unsigned short*** ring = nullptr;
+  KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, options.width, stripHeight, bands, options.firstBand,
+                                                 options.lastBand);
+  std::unique_ptr<unsigned short**, void (*)(unsigned short***)> const owner(
+      ring, KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16);
+  if (ring == nullptr) throw Error("not enough memory for the stitching buffer");
   Counts const frame(options.width, options.height);
   Progress progress("Stitching frames", frames.size());
 
   for (unsigned long t = 0; t < frames.size(); ++t) {
     frames.read(frame, t);
-    KORVA_Ref_CG_LS_StitchBandImage_uint16(buffer.planes(), frame.rows(), options.width, stripHeight, options.firstBand,
+    KORVA_Ref_CG_LS_StitchBandImage_uint16(ring, frame.rows(), options.width, stripHeight, options.firstBand,
                                            options.lastBand, t);
     progress.advance();
     // The first slice is complete once the last band has seen what the first band saw in frame 0.
     if (t < bands - 1) continue;
-    KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(sliceCube.planes(), buffer.planes(), options.width, stripHeight,
+    KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(sliceCube.planes(), ring, options.width, stripHeight,
                                                 sliceCube.height(), bands, options.firstBand, options.lastBand, t);
     unsigned long const done = t - (bands - 1) + 1;
     unsigned long const filled = (done - 1) % kSlots + 1;
@@ -146,12 +132,7 @@ void process(Options const& options) {
   applyReflectance(scene, white, bias.get(), options);
   Counts const corrected = correctSpectra(scene, correction, options.stripHeight);
 
-  folder.write("corrected", corrected,
-               {"Corrected reflectance", correction.wavelengths, correction.colours(),
-                static_cast<double>(calibration.fullScale)});
-  folder.publish();
-  std::printf("%lu bands of %lu x %lu are in %s\n", corrected.bands(), corrected.width(), corrected.height(),
-              options.output.c_str());
+  publishCorrected(folder, corrected, correction, calibration.fullScale);
 }
 
 }  // namespace

@@ -87,25 +87,16 @@ Cube<float> demosaic(Counts const& counts, Options const& options) {
 }
 
 // Working store of the new WLI, made once for all frames of a size.
-class WliBuffers {
- public:
-  WliBuffers(unsigned long width, unsigned long height) {
-    KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers_, width, height);
+struct WliBuffers : NewWLIBuffers {
+  WliBuffers(unsigned long width, unsigned long height) : NewWLIBuffers{} {
+    KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(this, width, height);
+    if (xResidual != nullptr && yFiltered != nullptr && yResidual != nullptr && yccImage != nullptr) return;
+    KORVA_Ref_RGBX_FreeNewWLIBuffers_float(*this);
+    throw Error("not enough memory for the working buffers of the new WLI");
   }
-  ~WliBuffers() { KORVA_Ref_RGBX_FreeNewWLIBuffers_float(buffers_); }
+  ~WliBuffers() { KORVA_Ref_RGBX_FreeNewWLIBuffers_float(*this); }
   WliBuffers(WliBuffers const&) = delete;
   WliBuffers& operator=(WliBuffers const&) = delete;
-
-  NewWLIBuffers const& get() const {
-    if (buffers_.xResidual == nullptr || buffers_.yFiltered == nullptr || buffers_.yResidual == nullptr ||
-        buffers_.yccImage == nullptr) {
-      throw Error("not enough memory for the working buffers of the new WLI");
-    }
-    return buffers_;
-  }
-
- private:
-  NewWLIBuffers buffers_{};
 };
 
 // A Gaussian whose 49 weights sum to 1: the filtered image is the coarse structure, the rest is fine detail.
@@ -147,7 +138,7 @@ void process(Options const& options) {
   for (double const weight : options.weights) {
     stopIfInterrupted();
     KORVA_Ref_RGBX_ComputeNewWLI_float(image.planes(), bands.planes(), bands.width(), bands.height(), kernel.data(),
-                                       buffers.get(), kBlueWeight, kRedWeight, weight);
+                                       buffers, kBlueWeight, kRedWeight, weight);
     char text[16];
     std::snprintf(text, sizeof text, "%.3g", weight);
     folder.write(std::string("wli_weight_") + text, image, {std::string("New WLI at weight ") + text, {}, {0, 1, 2}});

@@ -94,12 +94,7 @@ void process(Options const& options) {
                                            outBands, inBands, static_cast<unsigned int>(cube.planeCount()));
   passFlags(corrected, cube);
 
-  folder.write("corrected", corrected,
-               {"Corrected reflectance", correction.wavelengths, correction.colours(),
-                static_cast<double>(calibration.fullScale)});
-  folder.publish();
-  std::printf("%lu bands of %lu x %lu are in %s\n", corrected.bands(), corrected.width(), corrected.height(),
-              options.output.c_str());
+  publishCorrected(folder, corrected, correction, calibration.fullScale);
 }
 
 // The rectangle to use lies inside the frame, starts on a whole cell or tile, and holds at least one.
