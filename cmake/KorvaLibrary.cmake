@@ -1,5 +1,5 @@
-# korva_add_library(<target> SIMD <ON|OFF>): the library, with or without the vector copies of its kernels. It is shared
-# unless BUILD_SHARED_LIBS is set to OFF.
+# korva_add_library(<target> SIMD <OFF|AVX2|AVX512>): the library, with vector copies of its kernels up to a level; ON
+# stands for all. It is shared unless BUILD_SHARED_LIBS is set to OFF.
 function(korva_add_library target)
   cmake_parse_arguments(library "" "SIMD" "" ${ARGN})
 
@@ -38,7 +38,7 @@ function(korva_add_library target)
     -fno-trapping-math
     -fno-exceptions -fno-rtti
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-    # 32-byte vectors never cross a call that is not inlined.
+    # Vectors never cross a call that is not inlined.
     -Wno-psabi)
 
   # Whatever the build type: without optimisation, as in Debug and where a host names no type, kernels take 30 times as
@@ -49,8 +49,15 @@ function(korva_add_library target)
 
   target_compile_definitions(${target} PRIVATE KORVA_FP_CONTRACT_OFF)
   if(NOT library_SIMD)
-    target_compile_definitions(${target} PRIVATE KORVA_BASELINE_ONLY)
+    set(level 0)
+  elseif(library_SIMD STREQUAL AVX2)
+    set(level 1)
+  elseif(library_SIMD MATCHES "^(AVX512|ON|TRUE|YES|Y|1)$")
+    set(level 2)
+  else()
+    message(FATAL_ERROR "KORVA_SIMD is OFF, AVX2 or AVX512, not ${library_SIMD}")
   endif()
+  target_compile_definitions(${target} PRIVATE KORVA_SIMD_LEVEL=${level})
 
   if(korva_library_type STREQUAL SHARED)
     # Fast-math at link time alone would add start-up code that changes the host's floating-point mode, and there -Ofast

@@ -76,7 +76,7 @@ struct TakeEvery {
 template <std::size_t... known>
 void takeEvery(Sample* out, Sample const* in, std::size_t stride, std::size_t count, std::index_sequence<known...>) {
   bool const isKnown =
-      ((stride == known && (korva::dispatch<TakeEvery<known>::template Kernel>(out, in, count), true)) || ...);
+      ((stride == known && (korva::dispatchUpTo32<TakeEvery<known>::template Kernel>(out, in, count), true)) || ...);
   for (std::size_t k = 0; !isKnown && k < count; ++k) out[k] = in[k * stride];
 }
 

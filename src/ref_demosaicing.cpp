@@ -115,7 +115,7 @@ template <typename Sample>
 void demosaicBilinear(Sample* out, Sample const* in, std::size_t height, std::size_t width, double const* weights,
                       double rowOffset, double columnOffset) {
   Weights const w = {weights[0], weights[1], weights[2], weights[3]};
-  korva::dispatch<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
+  korva::dispatchUpTo32<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
 }
 
 }  // namespace

@@ -340,7 +340,7 @@ void KORVA_Ref_Crop_float(float** out, float** in, unsigned long /*width*/, unsi
 void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width, unsigned long height,
                                     double const* kernel) {
   if (width < kKernelSize || height < kKernelSize) return;
-  korva::dispatch<FilterImage7x7>(out, in, width, height, kernel);
+  korva::dispatchUpTo32<FilterImage7x7>(out, in, width, height, kernel);
 }
 
 // Colour conversion -------------------------------------------------------------------------------------------------
@@ -348,11 +348,11 @@ void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width
 void KORVA_Ref_RGBToYCbCr_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<ConvertPlanes>(out, in, width * height, RGBToYCbCr(kb, kr));
+  korva::dispatchUpTo32<ConvertPlanes>(out, in, width * height, RGBToYCbCr(kb, kr));
 }
 
 void KORVA_Ref_YCbCrToRGB_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatch<ConvertPlanes>(out, in, width * height, YCbCrToRGB(kb, kr));
+  korva::dispatchUpTo32<ConvertPlanes>(out, in, width * height, YCbCrToRGB(kb, kr));
 }

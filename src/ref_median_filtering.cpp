@@ -515,7 +515,7 @@ void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned l
       filterByDefinition<radius>(images, top + radius, bottom, begin, end);
       continue;
     }
-    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
+    korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
     for (unsigned long row = top + radius; row < bottom; ++row) {
       for (unsigned long x = begin; x < end; ++x) images.out[row][x] = medians[x - first][row - top];
     }
@@ -529,7 +529,7 @@ void filterMedian(Images<Sample> const& images) {
   if (images.width < kLeastWidth<radius, Sample>) {
     filterColumns<radius>(images, 0, images.width, 0, images.width);
   } else {
-    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(images);
+    korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(images);
     filterColumns<radius>(images, 0, radius, 0, 2 * radius);
     filterColumns<radius>(images, images.width - radius, images.width, images.width - 2 * radius, 2 * radius);
   }

@@ -199,14 +199,14 @@ void KORVA_Ref_RC_ComputeCorrectionCoefficients(double* coefficients, unsigned s
 
 void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, unsigned long count,
                                            double divisor, float flagValue, float limitValue) {
-  korva::dispatch<ComputeReflectance>(out, in, coefficients, count,
+  korva::dispatchUpTo32<ComputeReflectance>(out, in, coefficients, count,
                                       ReflectanceRules<float>{1.0 / divisor, flagValue, limitValue, 1.0});
 }
 
 void KORVA_Ref_RC_ComputeReflectance_uint16(unsigned short* out, unsigned short const* in, double const* coefficients,
                                             unsigned long count, double divisor, unsigned short fullScale,
                                             unsigned short flagValue, unsigned short limitValue) {
-  korva::dispatch<ComputeReflectance>(
+  korva::dispatchUpTo32<ComputeReflectance>(
       out, in, coefficients, count,
       ReflectanceRules<unsigned short>{1.0 / divisor, flagValue, limitValue, static_cast<double>(fullScale)});
 }

@@ -192,19 +192,19 @@ struct ComputeSparse {
 };
 
 void computeR(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
+  korva::dispatchUpTo32<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
 }
 
 void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeG>(out, in, width, height, range);
+  korva::dispatchUpTo32<ComputeG>(out, in, width, height, range);
 }
 
 void computeB(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
+  korva::dispatchUpTo32<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
 }
 
 void computeX(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeX>(out, in, width, height, range);
+  korva::dispatchUpTo32<ComputeX>(out, in, width, height, range);
 }
 
 constexpr std::size_t kMargin = 3;

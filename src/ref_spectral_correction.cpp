@@ -114,7 +114,7 @@ void correctSpectrum(Sample* out, Sample const* in, double const* const* matrix,
   if (outBands < kMostLanes) {
     sumBands(out, in, matrix, outBands, inBands);
   } else {
-    korva::dispatch<CorrectSpectrum>(out, in, matrix, outBands, inBands);
+    korva::dispatchUpTo32<CorrectSpectrum>(out, in, matrix, outBands, inBands);
   }
 }
 
@@ -353,7 +353,7 @@ void correctPixels(Sample* out, Sample const* in, double const* const* matrix, s
   // Transposing the matrix pays from a few pixels on.
   constexpr std::size_t kFewPixels = 6;
   if (pixels >= kFewPixels && inBands <= kMaxPanelBands) {
-    return korva::dispatch<CorrectPixels>(out, in, matrix, outBands, inBands, pixels);
+    return korva::dispatchUpTo32<CorrectPixels>(out, in, matrix, outBands, inBands, pixels);
   }
   for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
     correctSpectrum(out + pixel * outBands, in + pixel * inBands, matrix, outBands, inBands);
@@ -365,7 +365,7 @@ void correctCube(Sample* const* const* out, double* scratch, Sample const* const
                  double const* const* matrix, std::size_t outBands, std::size_t inBands, std::size_t samples) {
   if (outBands == 0) return;
   if (inBands <= kMaxPanelBands) {
-    korva::dispatch<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
+    korva::dispatchUpTo32<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
   } else {
     korva::dispatch<CorrectCubeByPlanes>(out, scratch, in, matrix, outBands, inBands, samples);
   }
