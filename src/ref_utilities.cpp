@@ -9,6 +9,14 @@
 
 namespace {
 
+#define KORVA_TEXT_OF(number) #number
+#define KORVA_RELEASE(major, minor, patch) KORVA_TEXT_OF(major) "." KORVA_TEXT_OF(minor) "." KORVA_TEXT_OF(patch)
+
+// The file tells its release to `strings`, to packagers and to bindings, without an exported name.
+[[gnu::used]] constexpr char kRelease[] = "korva_reference_api release " KORVA_RELEASE(
+    KORVA_REFERENCE_API_VERSION_MAJOR, KORVA_REFERENCE_API_VERSION_MINOR, KORVA_REFERENCE_API_VERSION_PATCH);
+
+
 // A product of sizes that may exceed 64 bits; such an array cannot exist.
 bool multiply(unsigned long& product, unsigned long factor) {
   return !__builtin_mul_overflow(product, factor, &product);

@@ -15,10 +15,13 @@ Calls release the interpreter lock, so threads run side by side; no two of them 
 
 The shared library is loaded at the first call: the file named by the environment variable KORVA_REFERENCE_LIBRARY, or
 libkorva_reference_api.so.1.0 beside this package, in the lib folder of the Python environment, or where the dynamic
-linker finds it. If there is none, that call raises an OSError which names what was looked for.
+linker finds it. A name without a folder in that variable asks the dynamic linker at once. If there is no library, or one
+of another release, that call raises an OSError that says so; loaded_library() tells which file it is.
 """
 
 from . import envi
+from ._library import RELEASE as __version__
+from ._library import loaded_library
 from .cube_generation import StitchingBuffer, band_image_strip, crop_image, ssm_band_image, ssm_cube, sst_band_image
 from .demosaicing import (
     apply_demosaicing_bilinear,
@@ -51,6 +54,7 @@ __all__ = [
     "demosaic_cube",
     "envi",
     "filter_position",
+    "loaded_library",
     "median_1d",
     "median_1d_25",
     "median_1d_9",

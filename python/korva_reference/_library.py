@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import ctypes
 import os
+import re
 import sys
 import sysconfig
 import threading
-from typing import Any
+from typing import Any, NamedTuple
 
+# Of this package, and so of the library that it calls.
+RELEASE = "1.0.0"
 FILE_NAME = "libkorva_reference_api.so.1.0"
 ENVIRONMENT_VARIABLE = "KORVA_REFERENCE_LIBRARY"
 
@@ -89,7 +92,22 @@ SIGNATURES = {
     "KORVA_Ref_RGBX_ComputeNewWLI_float": "v:ppLLpBddd",
 }
 
+
+class LoadedLibrary(NamedTuple):
+    """Which file the functions come from, and the release that stands in it."""
+
+    path: str
+    release: str
+
+
+class _SymbolInfo(ctypes.Structure):
+    """What dladdr tells about an address, the name of its file first."""
+
+    _fields_ = [(name, ctypes.c_void_p) for name in ("file", "base", "name", "address")]
+
+
 _functions: dict[str, Any] = {}
+_loaded: LoadedLibrary | None = None
 _lock = threading.Lock()
 
 
@@ -105,7 +123,18 @@ def _candidates() -> list[str]:
     return [os.path.join(folder, FILE_NAME) for folder in dict.fromkeys(folders)] + [FILE_NAME]
 
 
+def _identify(function: Any) -> LoadedLibrary:
+    """The file that a function lies in; its release stands there as text."""
+    info = _SymbolInfo()
+    ctypes.CDLL(None).dladdr(function, ctypes.byref(info))
+    path = os.path.realpath(os.fsdecode(ctypes.string_at(info.file)))
+    with open(path, "rb") as file:
+        release = re.search(rb"korva_reference_api release ([0-9.]+)", file.read())
+    return LoadedLibrary(path, release.group(1).decode() if release else "unknown")
+
+
 def _load() -> None:
+    global _loaded
     candidates, reason = _candidates(), ""
     library = None
     for path in candidates:
@@ -130,13 +159,28 @@ def _load() -> None:
         function.restype = _TYPES[returned]
         function.argtypes = [_TYPES[letter] for letter in arguments]
         functions[name] = function
+    loaded = _identify(function)
+    if loaded.release != RELEASE:
+        raise OSError(f"korva_reference: {loaded.path} is release {loaded.release}, this package is {RELEASE}; "
+                      f"install both of one release, or name another file in {ENVIRONMENT_VARIABLE}")
+    _loaded = loaded
     _functions.update(functions)
 
 
-def call(name: str, *arguments: Any) -> Any:
-    """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
+def _ensure_loaded() -> None:
     if not _functions:
         with _lock:
             if not _functions:
                 _load()
+
+
+def loaded_library() -> LoadedLibrary:
+    """Which file the functions come from, with its path and release; loads it if no call has yet."""
+    _ensure_loaded()
+    return _loaded
+
+
+def call(name: str, *arguments: Any) -> Any:
+    """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
+    _ensure_loaded()
     return _functions[name](*arguments)

@@ -49,6 +49,17 @@ def test_missing_or_wrong_library_is_one_clear_line(tmp_path):
         assert f"looked for {PACKAGE}/{FILE_NAME}, " in message and ENVIRONMENT_VARIABLE in message
 
 
+def test_release_is_the_files_own_and_another_one_is_refused(tmp_path):
+    named = Path(os.environ[ENVIRONMENT_VARIABLE]).resolve()
+    assert korva.loaded_library() == (str(named), korva.__version__)
+    old = f"release {korva.__version__}".encode()
+    (tmp_path / "newer.so").write_bytes(named.read_bytes().replace(old, b"release 9.9.9"))
+    message = last_line(CALL, PYTHONPATH=str(PACKAGE.parent), **{ENVIRONMENT_VARIABLE: str(tmp_path / "newer.so")})
+    assert f"newer.so is release 9.9.9, this package is {korva.__version__}" in message
+    bare = {ENVIRONMENT_VARIABLE: FILE_NAME, "LD_LIBRARY_PATH": str(named.parent), "PYTHONPATH": str(PACKAGE.parent)}
+    assert last_line("import korva_reference as k; print(k.loaded_library().path)", **bare) == str(named)
+
+
 @pytest.mark.skipif(not (ROOT / "include").exists(), reason="runs in the source tree")
 def test_signatures_are_those_of_the_header():
     header = re.sub(r"/\*.*?\*/", " ", (ROOT / "include/korva_reference_api.h").read_text(), flags=re.DOTALL)
