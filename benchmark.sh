@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks, one thread on one processor, and prints the table.
+# Builds and runs the benchmarks, one thread on one processor, and prints the tables.
 set -euo pipefail
 cd "$(dirname "$0")"
 # shellcheck source=scripts/prerequisites.sh
@@ -8,16 +8,15 @@ cd "$(dirname "$0")"
 usage() {
   cat <<'USAGE'
 Usage: ./benchmark.sh [options]
-  --filter REGEX    only the rows whose name matches, e.g. --filter Median2D
-  --scaling         ns per sample from 64 x 64 to 8192 x 8192, odd widths and narrow images
-  --quick           one short repetition: checks that everything runs and compares, measures little
-  --no-peers        do without OpenCV and OpenBLAS
-  --summary         one line per routine
-  --update-readme   put that summary into README.md, or the scaling table into docs/performance.md
+  --filter REGEX   only the rows whose name matches, e.g. --filter Median2D
+  --scaling        ns per sample from 64 x 64 to 8192 x 8192, odd widths and narrow images
+  --quick          one short repetition: checks that everything runs and compares, measures little
+  --no-peers       do without OpenCV, OpenBLAS and Eigen
+  --update-docs    put the tables into docs/performance.md, the short one into README.md, and draw its chart
 USAGE
 }
 
-filter=. peers=ON quick='' program=() repetitions=7 seconds=0.02 summary=() readme=
+filter=. peers=ON quick='' program=() repetitions=7 seconds=0.02 update=()
 while [ $# -gt 0 ]; do
   case $1 in
     --filter)
@@ -26,10 +25,9 @@ while [ $# -gt 0 ]; do
       shift
       ;;
     --scaling) program=(--scaling) repetitions=3 ;;
-    --quick) quick=1 ;;
+    --quick) quick=1 repetitions=1 seconds=0.001 ;;
     --no-peers) peers=OFF ;;
-    --summary) summary=(--summary) ;;
-    --update-readme) readme=README.md ;;
+    --update-docs) update=(--update) ;;
     -h | --help)
       usage
       exit
@@ -42,15 +40,14 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-if [ -n "$readme" ] && [ "$filter$peers$quick" != .ON ]; then
-  echo "--update-readme goes with a full run: no --filter, --quick or --no-peers." >&2
+if [ ${#update[@]} -gt 0 ] && [ "$filter$peers$quick" != .ON ]; then
+  echo "--update-docs goes with a full run: no --filter, --quick or --no-peers." >&2
   exit 2
 fi
 
-[ -z "$readme" ] || [ ${#program[@]} -eq 0 ] || readme=docs/performance.md
-
 packages=(cmake g++ ninja-build libbenchmark-dev python3)
-[ $peers = OFF ] || packages+=(libopencv-imgproc-dev libopenblas-dev)
+[ $peers = OFF ] || packages+=(libopencv-imgproc-dev libopenblas-dev libeigen3-dev)
+[ ${#update[@]} -eq 0 ] || packages+=(python3-matplotlib)
 require_packages "${packages[@]}"
 
 build=build/benchmark
@@ -67,10 +64,15 @@ idlest=$({ cat /proc/stat; sleep 1; cat /proc/stat; } | awk '
 if taskset -c "$idlest" true 2>/dev/null; then
   pin=(taskset -c "$idlest")
 fi
-cpu=$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)
+cpu=$(awk -F ': ' '/^cpu family/ { family = $2 } /^model\t/ { model = $2 } /^model name/ { name = $2 }
+  /^$/ { exit } END { if (name) printf "%s (family %s model %s)", name, family, model }' /proc/cpuinfo)
+# OpenBLAS does not know processors newer than itself and takes narrower kernels for them than they could run.
+unset OPENBLAS_CORETYPE
+if grep -qw avx512bw /proc/cpuinfo; then
+  export OPENBLAS_CORETYPE=SkylakeX
+fi
 
-[ -z "$quick" ] || repetitions=1 seconds=0.001
-echo "Measuring, about 8 minutes for all rows." >&2
+echo "Measuring, about 10 minutes for all rows." >&2
 results=$build/results.json
 OPENBLAS_NUM_THREADS=1 "${pin[@]}" $build/benchmarks/korva_benchmark "${program[@]}" \
   --benchmark_filter="$filter|^limit/" --benchmark_repetitions=$repetitions --benchmark_min_time=$seconds \
@@ -79,7 +81,5 @@ OPENBLAS_NUM_THREADS=1 "${pin[@]}" $build/benchmarks/korva_benchmark "${program[
   { tail -n 20 $build/results.txt >&2; exit 1; }
 
 echo
-if [ -n "$readme" ]; then
-  python3 benchmarks/table.py $results --readme $readme
-fi
-python3 benchmarks/table.py $results "${summary[@]}"
+# Debian's Python, which has its Matplotlib.
+/usr/bin/python3 benchmarks/table.py $results "${update[@]}"

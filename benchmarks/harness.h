@@ -1,13 +1,13 @@
-// Rows of the benchmark: one routine at one size, in up to four forms that run interleaved in one program.
+// Rows of the benchmark: one routine at one size, in several forms that run interleaved in one program.
 //
 //   ours       the shipped library, which chooses its kernels for the processor
+//   avx2       the same library without the AVX-512 copies, where those are what the shipped one chooses
 //   baseline   the same library without vector copies
 //   plain      the literal definition, one sample at a time
-//   peer       what a user would call instead, where something is
+//   peer0 ...  what a user would call instead, where something is
 //
-// Both libraries export the same names, so they are loaded by path. Every form runs once on the row's input before
-// anything is measured: the baseline and our form have to equal the plain one in every bit, a peer within what its row
-// allows.
+// The libraries export the same names, so they are loaded by path. Every form runs once on the row's input before
+// anything is measured: our copies have to equal the plain form in every bit, a peer within what its row allows.
 #pragma once
 
 #include <functional>
@@ -116,10 +116,12 @@ struct Work {
   double divisions = 0;         // of doubles
   double minMaxUint16 = 0;
   double minMaxFloat = 0;
+  double conversions = 0;  // between float and double
   double bytes = 0;
 };
 
-// A size and its place in the tables: frame, odd, cache, small, one or road; in the scaling run, the size itself.
+// A size and its place in the tables: frame, cold (a frame after other work), odd, cache, one or road; in the scaling
+// run, the size itself.
 struct SlottedSize {
   std::string slot;
   Size size;
@@ -133,7 +135,7 @@ struct Row {
   unsigned long samples = 0;  // written by a call, where these are not width * height
 };
 
-enum class Form { kOurs, kBaseline, kPlain, kPeer };
+enum class Form { kOurs, kAvx2, kBaseline, kPlain, kPeer };  // from kPeer on, the row's peers
 
 void* symbol(Form form, char const* name);
 
@@ -142,21 +144,20 @@ Function* routine(Form form, char const* name, Function* plainForm) {
   return form == Form::kPlain ? plainForm : reinterpret_cast<Function*>(symbol(form, name));
 }
 
-void addRow(Row row, std::function<Run(Form)> prepare, Peer peer = {});
+void addRow(Row row, std::function<Run(Form)> prepare, std::vector<Peer> peers = {});
 
 // A row of a single routine: prepare gets the function of the form.
 template <class Function, class Prepare>
-void add(Row row, Function* plainForm, Prepare prepare, Peer peer = {}) {
+void add(Row row, Function* plainForm, Prepare prepare, std::vector<Peer> peers = {}) {
   addRow(
-      row, [=](Form form) { return prepare(routine(form, row.routine, plainForm)); }, peer);
+      row, [=](Form form) { return prepare(routine(form, row.routine, plainForm)); }, std::move(peers));
 }
 
 // The sizes to register: those of the table, or those of the scaling run. Widths are rounded down to the multiple.
 std::vector<SlottedSize> frameSizes(Size least = {1, 1}, unsigned long widthMultiple = 1);
-// With an image that fits the inner caches as well, for routines that do next to nothing per sample.
-std::vector<SlottedSize> frameAndSmallSizes();
 
-void loadLibraries();
+// Loads the copies of the library; returns the vectors that the shipped one uses on this machine.
+char const* loadLibraries();
 void measureScaling();
 void registerMachineLimits();
 

@@ -7,7 +7,7 @@
 #include "harness.h"
 
 #ifdef __AVX2__
-#include <immintrin.h>
+#include "internal/lanes.h"
 #endif
 
 namespace korva::benchmarks {
@@ -22,16 +22,16 @@ struct alignas(64) Line {
 #ifdef __AVX2__
 
 // The compiler has to keep the value in a register and may assume nothing about it.
-template <class Vector>
-void opaque(Vector& value) {
+template <class V>
+void opaque(V& value) {
   asm volatile("" : "+x"(value));
 }
 
 // Independent chains, enough to hide the latency of every operation, all in registers.
-template <class Vector, class Step, int... chain>
-void runChains(benchmark::State& state, Vector operand, Step step, double lanes,
-               std::integer_sequence<int, chain...> all) {
-  Vector chains[] = {(static_cast<void>(chain), operand)...};
+template <class V, class Step, int... chain>
+void runChains(benchmark::State& state, Step step, double lanes, std::integer_sequence<int, chain...> all) {
+  V operand = V{} + 1;
+  V chains[] = {(static_cast<void>(chain), operand)...};
   opaque(operand);
   for (auto _ : state)
     for (int k = 0; k < kSteps; ++k)
@@ -39,41 +39,53 @@ void runChains(benchmark::State& state, Vector operand, Step step, double lanes,
   state.counters["operations"] = lanes * static_cast<double>(all.size()) * kSteps;
 }
 
-template <class Vector, class Step>
-void runChains(benchmark::State& state, Vector operand, Step step, double lanes) {
-  runChains(state, operand, step, lanes, std::make_integer_sequence<int, 14>());
+template <class Lane, int bytes, class Step>
+void registerRate(char const* resource, Step step) {
+  constexpr int kLanes = bytes / sizeof(Lane);
+  std::string const name = std::string("limit/") + resource + "/" + std::to_string(bytes);
+  benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+    runChains<korva::Vector<Lane, kLanes>>(state, step, kLanes, std::make_integer_sequence<int, 14>());
+  });
 }
 
-void doubleOperations(benchmark::State& state) {
+// To double and back, from one array in the first cache to another.
+template <int bytes>
+void convert(benchmark::State& state) {
+  constexpr int kLanes = bytes / sizeof(double);
+  using Floats = korva::Vector<float, kLanes>;
+  using Doubles = korva::Vector<double, kLanes>;
+  alignas(64) float from[2048] = {}, to[2048];
+  for (auto _ : state) {
+    for (int k = 0; k < 2048; k += kLanes) {
+      auto doubles = korva::widenLanes<Doubles>(korva::loadLanes<Floats>(from + k));
+      opaque(doubles);
+      korva::storeLanes(to + k, korva::narrowLanes<Floats>(doubles));
+    }
+    benchmark::ClobberMemory();
+  }
+  state.counters["operations"] = 2 * 2048;
+}
+
+template <int bytes>
+void registerRates() {
   // Half of the chains multiply, half add: the operations of a sum of products that are not fused.
-  runChains(
-      state, _mm256_set1_pd(1.0),
-      [](__m256d a, __m256d b, bool odd) { return odd ? _mm256_mul_pd(a, b) : _mm256_add_pd(a, b); }, 4);
-}
-void divisions(benchmark::State& state) {
-  runChains(
-      state, _mm256_set1_pd(1.0), [](__m256d a, __m256d b, bool) { return _mm256_div_pd(a, b); }, 4);
-}
-void minMaxUint16(benchmark::State& state) {
-  runChains(
-      state, _mm256_set1_epi16(1),
-      [](__m256i a, __m256i b, bool odd) { return odd ? _mm256_min_epu16(a, b) : _mm256_max_epu16(a, b); }, 16);
-}
-void minMaxFloat(benchmark::State& state) {
-  runChains(
-      state, _mm256_set1_ps(1.0f),
-      [](__m256 a, __m256 b, bool odd) { return odd ? _mm256_min_ps(a, b) : _mm256_max_ps(a, b); }, 8);
+  registerRate<double, bytes>("doubleOperations", [](auto a, auto b, bool odd) { return odd ? a * b : a + b; });
+  registerRate<double, bytes>("divisions", [](auto a, auto b, bool) { return a / b; });
+  auto const exchange = [](auto a, auto b, bool odd) { return odd ? korva::lesser(a, b) : korva::greater(a, b); };
+  registerRate<unsigned short, bytes>("minMaxUint16", exchange);
+  registerRate<float, bytes>("minMaxFloat", exchange);
+  benchmark::RegisterBenchmark(("limit/conversions/" + std::to_string(bytes)).c_str(), convert<bytes>);
 }
 
 // In the caches, the C library's copy is not always the fastest one.
 void copyByVectors(Line* to, Line const* from, unsigned long lines) {
   for (unsigned long k = 0; k < lines; ++k) {
-    __m256i low = _mm256_load_si256(reinterpret_cast<__m256i const*>(from + k));
-    __m256i high = _mm256_load_si256(reinterpret_cast<__m256i const*>(from + k) + 1);
+    auto low = korva::loadLanes<korva::Vector<double, 4>>(from[k].bytes);
+    auto high = korva::loadLanes<korva::Vector<double, 4>>(from[k].bytes + 32);
     opaque(low);
     opaque(high);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(to + k), low);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(to + k) + 1, high);
+    korva::storeLanes(to[k].bytes, low);
+    korva::storeLanes(to[k].bytes + 32, high);
   }
 }
 
@@ -101,10 +113,10 @@ void registerCopy(char const* name, void (*copy)(Line* to, Line const* from, uns
 
 void registerMachineLimits() {
 #ifdef __AVX2__
-  benchmark::RegisterBenchmark("limit/doubleOperations", doubleOperations);
-  benchmark::RegisterBenchmark("limit/divisions", divisions);
-  benchmark::RegisterBenchmark("limit/minMaxUint16", minMaxUint16);
-  benchmark::RegisterBenchmark("limit/minMaxFloat", minMaxFloat);
+  registerRates<32>();
+#ifdef __AVX512BW__
+  registerRates<64>();
+#endif
   registerCopy("limit/vector copy", copyByVectors);
 #endif
   registerCopy("limit/memcpy", copyByLibrary);

@@ -1,6 +1,7 @@
 // All rows in one program: korva_benchmark [--scaling] [options of Google Benchmark].
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -25,15 +26,23 @@ int main(int argc, char** argv) {
 #endif
 #ifdef KORVA_WITH_OPENCV
   cv::setNumThreads(1);
-  benchmark::AddCustomContext("OpenCV", CV_VERSION);
+  // The last instruction set that it dispatches to and that the processor has.
+  std::string dispatch = cv::getCPUFeaturesLine();
+  while (dispatch.ends_with('?')) dispatch.erase(dispatch.rfind(' '));
+  benchmark::AddCustomContext("OpenCV", CV_VERSION " up to " + dispatch.substr(dispatch.rfind('*') + 1));
 #endif
 #ifdef KORVA_WITH_OPENBLAS
   openblas_set_num_threads(1);
   std::string const openBlas = openblas_get_config();
-  benchmark::AddCustomContext("OpenBLAS", openBlas.substr(openBlas.find(' ') + 1, 6));
+  char const* const forced = std::getenv("OPENBLAS_CORETYPE");
+  benchmark::AddCustomContext("OpenBLAS", openBlas.substr(openBlas.find(' ') + 1, 6) + " as " +
+                                              openblas_get_corename() + (forced ? ", forced" : ", its own choice"));
+#endif
+#ifdef KORVA_WITH_EIGEN
+  benchmark::AddCustomContext("Eigen", KORVA_WITH_EIGEN);
 #endif
 
-  loadLibraries();
+  benchmark::AddCustomContext("vectors", loadLibraries());
   registerMachineLimits();
   registerCubeGeneration();
   registerReflectanceCalculation();

@@ -7,7 +7,9 @@
 #include <opencv2/imgproc.hpp>
 
 #define KORVA_OPENCV_PEER(...) \
-  Peer { __VA_ARGS__ }
+  std::vector<Peer> {          \
+    Peer { __VA_ARGS__ }       \
+  }
 #define KORVA_OPENCV_CALL(...) __VA_ARGS__
 
 namespace korva::benchmarks {
@@ -22,6 +24,6 @@ cv::Mat mat(Planes<T> const& planes, unsigned long band = 0) {
 }  // namespace korva::benchmarks
 #else
 #define KORVA_OPENCV_PEER(...) \
-  Peer {}
+  std::vector<Peer> {}
 #define KORVA_OPENCV_CALL(...) nullptr
 #endif

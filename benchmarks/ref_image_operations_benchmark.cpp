@@ -8,24 +8,23 @@ constexpr double kWeight = 0.3;
 
 // Two operands, one result, one run of samples each.
 template <class Function, class... Weight>
-void addArithmetic(char const* routine, Function* plainForm, double operations, Peer peer,
+void addArithmetic(char const* routine, Function* plainForm, double conversions, Peer peer,
                    void (*peerCall)(Planes<float> const& out, Planes<float> const& in), Weight... weight) {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size;
     if (peerCall) peer.prepare = [=] { return planesRun(Planes<float>(size), noise<float>(size, 2), peerCall); };
-    add(
-        {routine, "", at, {.doubleOperations = operations, .bytes = 12}}, plainForm,
+    add({routine, "", at, {.conversions = conversions, .bytes = 12}}, plainForm,
         [=](Function* function) {
           return planesRun(Planes<float>(size), noise<float>(size, 2), [=](auto const& out, auto const& in) {
             function(out.rows(), in.rows(0), in.rows(1), size.width, size.height, weight...);
           });
         },
-        peer);
+        {peer});
   }
 }
 
 void addCrop() {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size, cropped{size.width - 6, size.height - 6};
     add(
         {"KORVA_Ref_Crop_float", "", at, {.bytes = 8}, cropped.samples()}, plain::Crop_float,
@@ -62,7 +61,7 @@ Run filter2DInFloat(Size size, Planes<double> const& kernel) {
 
 #endif
 
-void addKernel(char const* variant, Planes<double> const& kernel, std::function<Peer(Size)> peer) {
+void addKernel(char const* variant, Planes<double> const& kernel, std::function<std::vector<Peer>(Size)> peers) {
   for (SlottedSize const& at : frameSizes({7, 7})) {
     Size const size = at.size;
     Work const work{.doubleOperations = 98, .bytes = 8};
@@ -73,7 +72,7 @@ void addKernel(char const* variant, Planes<double> const& kernel, std::function<
             applyKernel(out.rows(), in.rows(), size.width, size.height, kernel.data());
           });
         },
-        peer(size));
+        peers(size));
   }
 }
 
@@ -99,11 +98,11 @@ Run cvtColor(Size size, bool toRgb) {
 #endif
 
 template <class Function>
-void addConversion(char const* routine, Function* plainForm, double operations, [[maybe_unused]] bool toRgb) {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+void addConversion(char const* routine, Function* plainForm, double conversions, bool toRgb) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size;
     add(
-        {routine, "", at, {.doubleOperations = operations, .bytes = 24}}, plainForm,
+        {routine, "", at, {.conversions = conversions, .bytes = 24}}, plainForm,
         [=](Function* convert) {
           return planesRun(Planes<float>(size, 3), noise<float>(size, 3), [=](auto const& out, auto const& in) {
             convert(out.cube(), in.cube(), size.width, size.height, kKb, kKr);
@@ -131,18 +130,18 @@ void registerImageOperations() {
                 kWeight);
   addCrop();
   Planes<double> const kernel = noise<double>({7, 7});
-  addKernel("", kernel, [=]([[maybe_unused]] Size size) {
+  addKernel("", kernel, [=](Size size) {
     return KORVA_OPENCV_PEER(
             .name = "cv::filter2D", .note = "in double, with conversions", .tolerance = 1, .margin = 3,
             .prepare = [=] { return filter2DInDouble(size, kernel); });
   });
-  addKernel("beside float sums", kernel, [=]([[maybe_unused]] Size size) {
+  addKernel("beside float sums", kernel, [=](Size size) {
     return KORVA_OPENCV_PEER(
             .name = "cv::filter2D", .note = "float sums", .tolerance = 256, .margin = 3,
             .prepare = [=] { return filter2DInFloat(size, kernel); });
   });
-  addConversion("KORVA_Ref_RGBToYCbCr_float", plain::RGBToYCbCr_float, 7, false);
-  addConversion("KORVA_Ref_YCbCrToRGB_float", plain::YCbCrToRGB_float, 9, true);
+  addConversion("KORVA_Ref_RGBToYCbCr_float", plain::RGBToYCbCr_float, 8, false);
+  addConversion("KORVA_Ref_YCbCrToRGB_float", plain::YCbCrToRGB_float, 6, true);
 }
 
 }  // namespace korva::benchmarks

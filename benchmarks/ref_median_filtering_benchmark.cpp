@@ -35,18 +35,16 @@ Peer nthElement(unsigned long count) {
 
 template <class T>
 void addMedian1D(char const* routine, T (*plainForm)(T*), unsigned long count) {
-  add(
-      {routine, "", {"one", {kWindows, 1}}}, plainForm, [=](auto* median) { return windowsRun<T>(count, median); },
-      nthElement<T>(count));
+  add({routine, "", {"one", {kWindows, 1}}}, plainForm, [=](auto* median) { return windowsRun<T>(count, median); },
+      {nthElement<T>(count)});
 }
 
 template <class T>
 void addMedian1D(char const* routine, T (*plainForm)(T*, unsigned long)) {
   for (unsigned long const count : {20ul, 25ul}) {
-    add(
-        {routine, std::to_string(count) + " samples", {"one", {kWindows, 1}}}, plainForm,
+    add({routine, std::to_string(count) + " samples", {"one", {kWindows, 1}}}, plainForm,
         [=](auto* median) { return windowsRun<T>(count, [=](T* window) { return median(window, count); }); },
-        nthElement<T>(count));
+        {nthElement<T>(count)});
   }
 }
 

@@ -16,7 +16,7 @@ constexpr double kSpecialShare = 0.02;
 
 template <class T>
 void addBias(char const* routine, void (*plainForm)(T*, T const*, T const*, unsigned long)) {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size;
     add(
         {routine, "", at, {.bytes = 3 * sizeof(T)}}, plainForm,
@@ -36,7 +36,7 @@ void addBias(char const* routine, void (*plainForm)(T*, T const*, T const*, unsi
 
 template <class T>
 void addCoefficients(char const* routine, void (*plainForm)(double*, T const*, unsigned long, double, double, T)) {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size;
     add(
         {routine, "", at, {.divisions = 1, .bytes = sizeof(T) + 8}}, plainForm,
@@ -67,7 +67,7 @@ Planes<double> coefficientsFor(Size size) {
 template <class T, class Function, class... FullScale>
 void addReflectance(char const* routine, Function* plainForm, double operations, double tolerance,
                     FullScale... fullScale) {
-  for (SlottedSize const& at : frameAndSmallSizes()) {
+  for (SlottedSize const& at : frameSizes()) {
     Size const size = at.size;
     Work const work{.doubleOperations = operations, .bytes = 2 * sizeof(T) + 8};
     add(

@@ -1,9 +1,7 @@
 #include <algorithm>
 
 #include "harness.h"
-#ifdef KORVA_WITH_OPENBLAS
-#include <cblas.h>
-#endif
+#include "product_peers.h"
 
 namespace korva::benchmarks {
 namespace {
@@ -15,10 +13,8 @@ Planes<double> correctionMatrix(unsigned outBands, unsigned inBands) {
   return matrix;
 }
 
-#ifdef KORVA_WITH_OPENBLAS
-
-// The product runs over panels of samples that stay in the cache, widened before and narrowed after.
-constexpr unsigned kPanel = 1024;
+// A peer's product runs over panels of samples that stay in the cache, widened before and narrowed after.
+constexpr unsigned long kPanel = 1024;
 
 template <class T>
 void widen(double* to, T const* from, std::size_t count) {
@@ -32,69 +28,6 @@ void narrow(unsigned short* to, double const* from, std::size_t count) {
   for (std::size_t k = 0; k < count; ++k)
     to[k] = static_cast<unsigned short>(static_cast<int>(std::max(from[k], 0.0) + 0.5));
 }
-
-template <class T>
-Run dgemmInterleaved(Size size, unsigned outBands, unsigned inBands) {
-  Planes<T> const out({outBands, size.samples()}), in = noise<T>({inBands, size.samples()});
-  Planes<double> const matrix = correctionMatrix(outBands, inBands), from({inBands, kPanel}), to({outBands, kPanel});
-  return Run{[=] {
-               for (std::size_t first = 0; first < size.samples(); first += kPanel) {
-                 std::size_t const pixels = std::min<std::size_t>(kPanel, size.samples() - first);
-                 widen(from.data(), in.data() + first * inBands, pixels * inBands);
-                 cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasTrans, static_cast<int>(pixels),
-                             static_cast<int>(outBands), static_cast<int>(inBands), 1, from.data(),
-                             static_cast<int>(inBands), matrix.data(), static_cast<int>(inBands), 0, to.data(),
-                             static_cast<int>(outBands));
-                 narrow(out.data() + first * outBands, to.data(), pixels * outBands);
-               }
-             },
-             out};
-}
-
-template <class T>
-Run dgemmSequential(Size size, unsigned outBands, unsigned inBands) {
-  Planes<T> const out(size, outBands), in = noise<T>(size, inBands);
-  Planes<double> const matrix = correctionMatrix(outBands, inBands), from({kPanel, inBands}), to({kPanel, outBands});
-  return Run{[=] {
-               for (std::size_t first = 0; first < size.samples(); first += kPanel) {
-                 std::size_t const samples = std::min<std::size_t>(kPanel, size.samples() - first);
-                 for (unsigned i = 0; i < inBands; ++i) widen(from.rows()[i], in.data(i) + first, samples);
-                 cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, static_cast<int>(outBands),
-                             static_cast<int>(samples), static_cast<int>(inBands), 1, matrix.data(),
-                             static_cast<int>(inBands), from.data(), kPanel, 0, to.data(), kPanel);
-                 for (unsigned o = 0; o < outBands; ++o) narrow(out.data(o) + first, to.rows()[o], samples);
-               }
-             },
-             out};
-}
-
-template <class T>
-Run dgemvSpectra(Size size, unsigned outBands, unsigned inBands) {
-  Planes<T> const out({outBands, size.samples()}), in = noise<T>({inBands, size.samples()});
-  Planes<double> const matrix = correctionMatrix(outBands, inBands), from({inBands, 1}), to({outBands, 1});
-  return Run{[=] {
-               for (std::size_t k = 0; k < size.samples(); ++k) {
-                 widen(from.data(), in.data() + k * inBands, inBands);
-                 cblas_dgemv(CblasRowMajor, CblasNoTrans, static_cast<int>(outBands), static_cast<int>(inBands), 1,
-                             matrix.data(), static_cast<int>(inBands), from.data(), 1, 0, to.data(), 1);
-                 narrow(out.data() + k * outBands, to.data(), outBands);
-               }
-             },
-             out};
-}
-
-template <class T, class Prepare>
-Peer openBlasPeer(char const* name, Prepare prepare) {
-  return {.name = name,
-          .note = "with conversions, fused",
-          .tolerance = std::is_integral_v<T> ? 1 : 1e-2,
-          .prepare = prepare};
-}
-#define KORVA_OPENBLAS_PEER(T, name, call) openBlasPeer<T>(name, [=] { return call; })
-#else
-#define KORVA_OPENBLAS_PEER(T, name, call) \
-  Peer {}
-#endif
 
 struct Shape {
   std::string slot;
@@ -112,56 +45,86 @@ struct Shape {
   }
 };
 
-// Spectra one after another: all with one call, or one with each.
+// prepare gets the peer's product and gives the whole call.
+template <class T, class Prepare>
+std::vector<Peer> spectralPeers(Prepare prepare) {
+  std::vector<Peer> peers;
+  for (ProductPeer const& product : productPeers()) {
+    peers.push_back({.name = product.name,
+                     .note = "with conversions, fused",
+                     .tolerance = std::is_integral_v<T> ? 1 : 1e-2,
+                     .prepare = [=] { return prepare(product.multiply); }});
+  }
+  return peers;
+}
+
+// Spectra one after another, all with one call or one with each; a peer takes `panel` of them at once.
 template <class T, class Function, class Call>
-void addSpectra(Shape const& shape, char const* routine, Function* plainForm, Call call, Peer peer) {
+void addSpectra(Shape const& shape, char const* routine, Function* plainForm, unsigned long panel, Call call) {
+  auto const [slot, size, outBands, inBands] = shape;
+  Planes<double> const matrix = correctionMatrix(outBands, inBands);
+  Size const outSize{outBands, size.samples()}, inSize{inBands, size.samples()};
   add(
       shape.row<T>(routine), plainForm,
       [=](Function* apply) {
-        auto const [slot, size, outBands, inBands] = shape;
-        return planesRun(Planes<T>({outBands, size.samples()}), noise<T>({inBands, size.samples()}),
-                         [=, matrix = correctionMatrix(outBands, inBands)](auto const& out, auto const& in) {
-                           call(apply, out, in, matrix.rows(), shape);
-                         });
+        return planesRun(Planes<T>(outSize), noise<T>(inSize),
+                         [=](auto const& out, auto const& in) { call(apply, out, in, matrix.rows(), shape); });
       },
-      peer);
+      spectralPeers<T>([=](auto* multiply) {
+        Planes<double> const from({inSize.width, panel}), to({outSize.width, panel});
+        return planesRun(Planes<T>(outSize), noise<T>(inSize), [=](auto const& out, auto const& in) {
+          for (unsigned long first = 0; first < inSize.height; first += panel) {
+            unsigned long const pixels = std::min(panel, inSize.height - first);
+            widen(from.data(), in.rows()[first], pixels * inSize.width);
+            multiply(to.data(), from.data(), matrix.data(), int(pixels), int(outSize.width), int(inSize.width), true);
+            narrow(out.rows()[first], to.data(), pixels * outSize.width);
+          }
+        });
+      }));
 }
 
 template <class T, class Function>
 void addSingleSpectra(unsigned bands, char const* routine, Function* plainForm) {
-  Shape const shape{"one", {1000, 1}, bands, bands};
-  addSpectra<T>(
-      shape, routine, plainForm,
-      [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
-        for (unsigned long k = 0; k < of.size.samples(); ++k)
-          apply(out.rows()[k], in.rows()[k], matrix, of.outBands, of.inBands);
-      },
-      KORVA_OPENBLAS_PEER(T, "dgemv", dgemvSpectra<T>(shape.size, bands, bands)));
+  addSpectra<T>({"one", {1000, 1}, bands, bands}, routine, plainForm, 1,
+                [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
+                  for (unsigned long k = 0; k < of.size.samples(); ++k)
+                    apply(out.rows()[k], in.rows()[k], matrix, of.outBands, of.inBands);
+                });
 }
 
 template <class T, class Function>
 void addInterleaved(Shape const& shape, char const* routine, Function* plainForm) {
-  addSpectra<T>(
-      shape, routine, plainForm,
-      [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
-        apply(out.data(), in.data(), matrix, of.outBands, of.inBands, static_cast<unsigned>(of.size.samples()));
-      },
-      KORVA_OPENBLAS_PEER(T, "dgemm", dgemmInterleaved<T>(shape.size, shape.outBands, shape.inBands)));
+  addSpectra<T>(shape, routine, plainForm, kPanel,
+                [](Function* apply, auto const& out, auto const& in, double** matrix, Shape const& of) {
+                  apply(out.data(), in.data(), matrix, of.outBands, of.inBands,
+                        static_cast<unsigned>(of.size.samples()));
+                });
 }
 
 template <class T, class Function>
 void addSequential(Shape const& shape, char const* routine, Function* plainForm) {
+  auto const [slot, size, outBands, inBands] = shape;
+  Planes<double> const matrix = correctionMatrix(outBands, inBands);
   add(
       shape.row<T>(routine), plainForm,
       [=](Function* apply) {
-        Planes<double> const matrix = correctionMatrix(shape.outBands, shape.inBands), scratch(shape.size);
-        return planesRun(Planes<T>(shape.size, shape.outBands), noise<T>(shape.size, shape.inBands),
-                         [=](auto const& out, auto const& in) {
-                           apply(out.cube(), scratch.data(), in.cube(), matrix.rows(), shape.outBands, shape.inBands,
-                                 static_cast<unsigned>(shape.size.samples()));
+        return planesRun(Planes<T>(size, outBands), noise<T>(size, inBands),
+                         [=, scratch = Planes<double>(size)](auto const& out, auto const& in) {
+                           apply(out.cube(), scratch.data(), in.cube(), matrix.rows(), outBands, inBands,
+                                 static_cast<unsigned>(size.samples()));
                          });
       },
-      KORVA_OPENBLAS_PEER(T, "dgemm", dgemmSequential<T>(shape.size, shape.outBands, shape.inBands)));
+      spectralPeers<T>([=](auto* multiply) {
+        Planes<double> const from({kPanel, inBands}), to({kPanel, outBands});
+        return planesRun(Planes<T>(size, outBands), noise<T>(size, inBands), [=](auto const& out, auto const& in) {
+          for (unsigned long first = 0; first < size.samples(); first += kPanel) {
+            unsigned long const samples = std::min(kPanel, size.samples() - first);
+            for (unsigned i = 0; i < inBands; ++i) widen(from.data() + i * samples, in.data(i) + first, samples);
+            multiply(to.data(), matrix.data(), from.data(), int(outBands), int(samples), int(inBands), false);
+            for (unsigned o = 0; o < outBands; ++o) narrow(out.data(o) + first, to.data() + o * samples, samples);
+          }
+        });
+      }));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-"""Turns the benchmark's JSON into Markdown: python3 table.py results.json [--summary] [--readme README.md]"""
+"""Turns the benchmark's JSON into Markdown and a chart: python3 table.py results.json [--update]"""
 
 import argparse
 import bisect
@@ -15,13 +15,32 @@ RESOURCES = {
     "divisions": "divide",
     "minMaxUint16": "min, max",
     "minMaxFloat": "min, max",
+    "conversions": "float ↔ double",
     "bytes": "bandwidth",
 }
 
-SUMMARY_LEGEND = (
-    "Frames of 2048 × 1088 where no other size is said, medians of processor time on one core. Odd size: time per "
-    "sample at 2047 × 1087 over that at 2048 × 1088. memcpy is the same call in all columns. ~: the middle half of "
-    "the repetitions spans more than a fifth.")
+LEGEND = (
+    "Frames of 2048 × 1088 where no other size is said, medians of processor time on one core. Cold: other work between "
+    "calls has pushed the frame out of the caches. SIMD off: the same library without vector copies. Of limit: share of "
+    "what the machine could do at most with these vectors, without fusing. Odd size: time per sample at 2047 × 1087 "
+    "over that at 2048 × 1088. memcpy is the same call in all columns. ~: the middle half of the repetitions spans more "
+    "than a fifth.")
+
+# What the README shows, each beside a peer: one or two routines of each family.
+HIGHLIGHTS = {
+    ("CG_SSM_GetBandImage_uint16", "4 x 4 cell"): "band image of a 4 × 4 mosaic, uint16",
+    ("RC_ComputeReflectance_uint16", ""): "reflectance, uint16",
+    ("DM_ApplyDemosaicingBilinear_uint16", ""): "bilinear demosaicing, uint16",
+    ("SC_ApplySpectralCorrection_BSQ_uint16", "16 to 16 bands"): "spectra of 16 bands, uint16",
+    ("SC_ApplySpectralCorrection_BIP_float", "150 to 100 bands"): "spectra, 150 to 100 bands, float",
+    ("MF_Median2D_3x3_uint16", ""): "3 × 3 median, uint16",
+    ("MF_Median2D_5x5_float", ""): "5 × 5 median, float",
+    ("ApplyKernel7x7_float", ""): "7 × 7 kernel, float",
+    ("RGBToYCbCr_float", ""): "RGB to YCbCr, float",
+    ("RGBX_DemosaicFrame_float", ""): "RGBX frame to four bands, float",
+    ("RGBX_ComputeNewWLI_float", ""): "new WLI from RGBX, float",
+}
+CHART = "docs/images/speed.svg"
 
 
 class Results:
@@ -38,7 +57,9 @@ class Results:
             if run.get("error_occurred"):
                 self.failures[run["run_name"]] = run["error_message"]
             elif run["run_type"] == "iteration":
-                times[run["run_name"]].append(run["cpu_time"] * NANOSECONDS[run["time_unit"]])
+                # Cold rows time the call alone.
+                time = run["real_time" if "manual_time" in run["run_name"] else "cpu_time"]
+                times[run["run_name"]].append(time * NANOSECONDS[run["time_unit"]])
                 self.runs[run["run_name"]] = run
         self.times = {name: statistics.median(values) for name, values in times.items()}
         self.noisy = {name for name, values in times.items() if spread(values) > 0.2}
@@ -49,13 +70,13 @@ class Results:
                 self.rates[resource][int(footprint or 0)] = self.runs[name]["operations"] / time
 
     def rows(self):
-        """Groups of a routine's forms: {(routine, variant, slot): {form: benchmark name}}; none with a wrong result."""
+        """Groups of a routine's forms: {(routine, variant, slot): {form: benchmark name}}; none of a wrong result."""
         rows = collections.defaultdict(dict)
-        failed = {tuple(name.split("/")[:3]) for name in self.failures}
+        failed = {(name.split("/")[0], name.split("/")[1]) for name in self.failures}
         for name in sorted(self.times, key=lambda name: self.runs[name]["family_index"]):
             if not name.startswith("limit/"):
-                routine, variant, slot, form = name.split("/")
-                if (routine, variant, slot) not in failed:
+                routine, variant, slot, form = name.split("/")[:4]
+                if (routine, variant) not in failed:
                     rows[routine, variant, slot][form] = name
         return rows
 
@@ -73,14 +94,20 @@ class Results:
         share = math.log(footprint / low) / math.log(high / low)
         return best[right - 1] * (1 - share) + best[right] * share
 
-    def limit(self, run):
+    def copies(self):
+        """The forms of the library that ran, and the vectors of each."""
+        return {"ours": self.context["vectors"]} | (
+            {"avx2": "AVX2"} if any("avx2" in forms for forms in self.rows().values()) else {})
+
+    def limit(self, run, vectors):
         """The least nanoseconds per sample that the machine's rates allow, and what it is that limits."""
         best = (0, "")
         for resource, words in RESOURCES.items():
             amount = run.get(resource)
             if not amount:
                 continue
-            rate = self.bandwidth(amount * run["samples"]) if resource == "bytes" else self.rates[resource].get(0)
+            rate = (self.bandwidth(amount * run["samples"]) if resource == "bytes" else
+                    self.rates[resource].get(64 if vectors == "AVX-512" else 32))
             if rate is None:
                 return None, ""
             best = max(best, (amount / rate, words))
@@ -114,72 +141,116 @@ def markdown(header, rows):
 
 
 class Figures:
-    """What the table says of one row."""
+    """What the tables say of one row, for one copy of the library."""
 
-    def __init__(self, results, forms):
-        ours = forms["ours"]
+    def __init__(self, results, forms, copy="ours"):
+        ours = forms[copy]
         run = results.runs[ours]
         time = lambda form: results.times[forms[form]] if form in forms else None
-        ratio = lambda form: time(form) / time("ours") if form in forms else None
-        limit, self.limited_by = results.limit(run)
-        self.milliseconds = time("ours") / 1e6
-        self.per_sample = time("ours") / run["samples"]
-        self.peer, self.plain, self.baseline = ratio("peer"), ratio("plain"), ratio("baseline")
+        ratio = lambda form: time(form) / time(copy) if form in forms else None
+        limit, self.limited_by = results.limit(run, results.copies()[copy])
+        self.milliseconds = time(copy) / 1e6
+        self.per_sample = time(copy) / run["samples"]
+        self.plain, self.baseline = ratio("plain"), ratio("baseline")
+        # The fastest of the peers.
+        peer = min((form for form in forms if form.startswith("peer")), key=time, default="")
+        self.peer = ratio(peer)
+        name, note = results.runs[forms[peer]]["label"].split(";") if peer else ("", "")
+        self.peer_name = name + (f" ({note})" if note else "")
         self.of_limit = limit / self.per_sample if limit else None
-        self.size, name, note = run["label"].replace(" x ", " × ").split(";")
-        self.peer_name = (name + (f" ({note})" if note else "")) if "peer" in forms else ""
         self.noise = " ~" if ours in results.noisy else ""
 
 
-def full_table(results):
-    rows = []
-    for (routine, variant, slot), forms in results.rows().items():
-        if slot == "road" or "ours" not in forms:
-            continue
-        row = Figures(results, forms)
-        rows.append([shown(routine, variant), row.size, number(row.per_sample) + row.noise, number(row.peer),
-                     number(row.plain), number(row.baseline), number(row.of_limit), row.limited_by, row.peer_name])
-    return markdown(["routine", "size", "ns/sample", "peer ÷ ours", "plain ÷ ours", "SIMD off ÷ ours", "of limit",
-                     "limit", "peer"], rows)
-
-
-def summary_table(results):
-    """One line per routine: the sensor frame, and how the other sizes compare."""
+def by_routine(results, copy="ours"):
+    """Each routine's figures by slot."""
     slots = collections.defaultdict(dict)
     for (routine, variant, slot), forms in results.rows().items():
-        if slot != "road" and "ours" in forms:
-            slots[routine, variant][slot] = Figures(results, forms)
+        if copy in forms:
+            slots[routine.removeprefix(PREFIX), variant][slot] = Figures(results, forms, copy)
+    return slots
+
+
+def long_table(results, copy):
+    """One line per routine: the sensor frame, and how the other sizes compare."""
     rows = []
-    for (routine, variant), sizes in slots.items():
+    for routine, sizes in by_routine(results, copy).items():
         main = sizes.get("frame") or sizes.get("one")
         if not main:
             continue
-        cache, odd = sizes.get("cache"), sizes.get("odd")
-        rows.append([shown(routine, variant), number(main.per_sample) + main.noise, number(main.peer),
-                     number(cache.peer) if cache else "", number(main.plain), number(main.baseline),
-                     number(main.of_limit), number(cache.of_limit) if cache else "", main.limited_by,
-                     number(odd.per_sample / main.per_sample) if odd else "", main.peer_name])
-    return markdown(["routine", "ns/sample", "peer ÷ ours", "at 512 × 512", "plain ÷ ours", "SIMD off ÷ ours",
-                     "of limit", "at 512 × 512", "limit", "odd size", "peer"], rows) + f"\n\n{SUMMARY_LEGEND}"
+        cold, cache, odd = sizes.get("cold"), sizes.get("cache"), sizes.get("odd")
+        rows.append([shown(*routine), number(main.per_sample) + main.noise, number(main.peer),
+                     number(cold.peer) if cold else "", number(cache.peer) if cache else "", number(main.plain),
+                     number(main.baseline), number(main.of_limit), number(cache.of_limit) if cache else "",
+                     main.limited_by, number(odd.per_sample / main.per_sample) if odd else "", main.peer_name])
+    return f"With {results.copies()[copy]}:\n\n" + markdown(
+        ["routine", "ns/sample", "peer ÷ ours", "cold", "512 × 512", "plain ÷ ours", "SIMD off ÷ ours", "of limit",
+         "512 × 512", "limit", "odd size", "peer"], rows)
+
+
+def highlights(results):
+    """The README's routines that ran: {(routine, variant): {vectors: figures of the frame}}."""
+    found = collections.defaultdict(dict)
+    for copy, vectors in results.copies().items():
+        slots = by_routine(results, copy)
+        for routine in HIGHLIGHTS:
+            sizes = slots.get(routine, {})
+            if "frame" in sizes or "one" in sizes:
+                found[routine][vectors] = sizes.get("frame") or sizes["one"]
+    return {routine: figures for routine, figures in found.items() if all(row.peer for row in figures.values())}
+
+
+def short_table(results):
+    vectors = list(results.copies().values())
+    rows = [[HIGHLIGHTS[routine], *(number(figures[name].peer) for name in vectors), figures[vectors[0]].peer_name,
+             *(number(figures[name].per_sample) for name in vectors)]
+            for routine, figures in highlights(results).items()]
+    return markdown(["times as fast as the peer", *vectors, "peer", *(f"ns/sample, {name}" for name in vectors)], rows)
+
+
+def draw_chart(results, path):
+    import matplotlib
+    matplotlib.use("svg")
+    matplotlib.rcParams.update({"svg.hashsalt": "korva", "svg.fonttype": "none"})  # a small file, equal for equal figures
+    from matplotlib import pyplot
+
+    rows = highlights(results)
+    copies = list(results.copies().values())
+    figure, axes = pyplot.subplots(figsize=(9, 0.5 * len(rows) + 1.4), layout="constrained")
+    height = 0.8 / len(copies)
+    for place, (name, colour) in enumerate(zip(copies, ("#1f5a8c", "#8fb8d8"))):
+        bars = axes.barh([line + place * height for line in range(len(rows))],
+                         [figures[name].peer - 1 for figures in rows.values()], height, left=1, color=colour, label=name)
+        axes.bar_label(bars, [number(figures[name].peer) for figures in rows.values()], padding=3, fontsize=8)
+    labels = [f"{HIGHLIGHTS[routine]}\n{figures[copies[0]].peer_name.partition(' (')[0]}"
+              for routine, figures in rows.items()]
+    axes.set_yticks([line + 0.4 - height / 2 for line in range(len(rows))], labels, fontsize=8)
+    axes.invert_yaxis()
+    axes.set_xscale("log", base=2)
+    axes.xaxis.set_major_formatter(lambda value, _: f"{value:g}")
+    axes.axvline(1, color="black", linewidth=0.8)
+    axes.margins(x=0.1)
+    axes.set_xlabel("peer's time ÷ ours, one thread, frames of 2048 × 1088: right of 1 we are faster")
+    axes.legend(loc="lower right")
+    axes.spines[["top", "right"]].set_visible(False)
+    figure.savefig(path, metadata={"Date": None})
 
 
 def road_table(results):
     rows = []
     for (routine, variant, slot), forms in results.rows().items():
         if slot == "road" and "ours" in forms:
-            row = Figures(results, forms)
-            rows.append([f"{routine}, {variant}", f"{row.milliseconds:.1f}{row.noise}", number(row.plain),
-                         number(row.baseline)])
-    return markdown(["2048 × 1088", "ms/frame", "plain ÷ ours", "SIMD off ÷ ours"], rows) if rows else ""
+            figures = [Figures(results, forms, copy) for copy in results.copies()]
+            rows.append([f"{routine}, {variant}".replace(" x ", " × "),
+                         *(f"{row.milliseconds:.1f}{row.noise}" for row in figures), number(figures[0].plain),
+                         number(figures[0].baseline)])
+    header = ["2048 × 1088", *(f"ms/frame, {name}" for name in results.copies().values()), "plain ÷ ours",
+              "SIMD off ÷ ours"]
+    return markdown(header, rows) if rows else ""
 
 
 def scaling_table(results):
-    by_routine = collections.defaultdict(dict)
-    sizes = []
-    for (routine, variant, slot), forms in results.rows().items():
-        by_routine[routine, variant][slot] = Figures(results, forms)
-        if slot not in sizes:
-            sizes.append(slot)
+    routines = by_routine(results)
+    sizes = list({slot: None for found in routines.values() for slot in found})
 
     def order(size):
         """Squares, then rows of odd and page-sized lengths, then narrow images."""
@@ -187,36 +258,50 @@ def scaling_table(results):
         return (0 if width == height else 1 if width > 64 else 2), width
 
     sizes.sort(key=order)
-    header = ["ns/sample"] + [shown(*routine) for routine in by_routine]
+    header = ["ns/sample"] + [shown(*routine) for routine in routines]
     rows = [[size.replace("x", " × ")] + [number(found[size].per_sample) + found[size].noise if size in found else ""
-                                          for found in by_routine.values()] for size in sizes]
+                                          for found in routines.values()] for size in sizes]
     return markdown(header, rows)
 
 
 def caption(results):
     context = results.context
     parts = [context.get("cpu", ""), context["compiler"]]
-    parts += [f"{name} {context[name]}" for name in ("OpenCV", "OpenBLAS") if name in context]
+    parts += [f"{name} {context[name]}" for name in ("OpenCV", "OpenBLAS", "Eigen") if name in context]
     return ", ".join(part for part in parts + [context["date"][:10]] if part) + "."
 
 
 def limits_line(results):
-    rate = lambda resource: results.rates[resource].get(0)
     parts = []
-    if rate("doubleOperations"):
-        parts = [f"{rate('doubleOperations'):.0f} double multiplications and additions, {rate('divisions'):.1f} "
-                 f"divisions, {rate('minMaxUint16'):.0f} uint16 or {rate('minMaxFloat'):.0f} float min/max per ns"]
+    for width in (32, 64):
+        rate = lambda resource, digits=0: f"{results.rates[resource][width]:.{digits}f}"
+        if width in results.rates["doubleOperations"]:
+            parts.append(
+                f"with {width}-byte vectors {rate('doubleOperations')} double multiplications and additions, "
+                f"{rate('divisions', 1)} divisions, {rate('minMaxUint16')} uint16 or {rate('minMaxFloat')} float min/max, "
+                f"{rate('conversions')} conversions between float and double per ns")
     if results.rates["memcpy"]:
         rates = ", ".join(f"{results.bandwidth(mebi << 20):.0f} bytes/ns in {mebi} MiB" for mebi in (1, 16, 256))
         parts.append("copies at " + rates)
     return f"Measured limits of this machine: {'; '.join(parts)}." if parts else ""
 
 
+def replace_section(path, section, text):
+    """Puts the text between the file's two marker comments."""
+    begin, end = (f"<!-- {section}:{place} -->" for place in ("begin", "end"))
+    with open(path, encoding="utf-8") as file:
+        before, found, rest = file.read().partition(begin)
+    _, found_end, after = rest.partition(end)
+    if not found or not found_end:
+        sys.exit(f"{path} lacks the lines {begin} and {end}")
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(f"{before}{begin}\n{text}\n{end}{after}")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("results")
-    parser.add_argument("--summary", action="store_true", help="one line per routine")
-    parser.add_argument("--readme", help="file that receives the summary between its two marker comments")
+    parser.add_argument("--update", action="store_true", help="put the tables and the chart into the documents")
     options = parser.parse_args()
     results = Results(options.results)
     for name, message in results.failures.items():
@@ -226,19 +311,16 @@ def main():
 
     scaling = any(slot[0].isdigit() for _, _, slot in results.rows())
     tables = [scaling_table(results)] if scaling else [
-        summary_table(results) if options.summary or options.readme else full_table(results), road_table(results)]
+        *(long_table(results, copy) for copy in results.copies()), LEGEND, road_table(results)]
     text = "\n\n".join(part for part in [caption(results), *tables, limits_line(results)] if part)
-    if options.readme and not results.failures:
-        begin, end = (f"<!-- {'scaling' if scaling else 'benchmark'}:{place} -->" for place in ("begin", "end"))
-        with open(options.readme, encoding="utf-8") as file:
-            before, found, rest = file.read().partition(begin)
-        _, found_end, after = rest.partition(end)
-        if not found or not found_end:
-            sys.exit(f"{options.readme} lacks the lines {begin} and {end}")
-        with open(options.readme, "w", encoding="utf-8") as file:
-            file.write(f"{before}{begin}\n{text}\n{end}{after}")
-    else:
-        print(text)
+    print(text)
+    if options.update and not results.failures:
+        replace_section("docs/performance.md", "scaling" if scaling else "benchmark", text)
+    if options.update and not results.failures and not scaling:
+        draw_chart(results, CHART)
+        picture = f"![How many times as fast as its peer each routine is]({CHART})"
+        replace_section("README.md", "benchmark", "\n\n".join(
+            [picture, short_table(results), road_table(results), caption(results)]))
     sys.exit(1 if results.failures else 0)
 
 
