@@ -1,43 +1,32 @@
-"""Memory that the library allocated: released exactly once, and refused afterwards."""
+"""Working memory of the package's classes.
+
+NumPy owns it, and whoever uses it holds a reference: a call in another thread, in a child after fork() or at the end of
+the interpreter keeps what it works on, and there is no lock to be left behind.
+"""
 
 from __future__ import annotations
 
-import threading
-import weakref
-from contextlib import contextmanager
-from typing import Any, Callable, Iterator, NoReturn, TypeVar
+from typing import Any, TypeVar
 
-Self = TypeVar("Self", bound="OwnedBuffers")
+Self = TypeVar("Self", bound="WorkingMemory")
 
 
-class OwnedBuffers:
-    def _own(self, memory: Any, free: Callable[[Any], None]) -> None:
-        if "_memory" in vars(self):
-            free(memory)
-            raise TypeError(f"{type(self).__name__}: expected one initialisation of an object, found a second one")
-        # One call at a time: a release must not take the memory from under a call in another thread.
-        self._lock = threading.Lock()
-        self._memory = memory
-        self._release = weakref.finalize(self, free, memory)
+class WorkingMemory:
+    _memory: Any
 
-    @contextmanager
-    def _use(self) -> Iterator[Any]:
-        with self._lock:
-            if not self._release.alive:
-                raise ValueError(f"{type(self).__name__}: expected an open buffer, found a released one")
-            yield self._memory
+    def _use(self) -> Any:
+        memory = self._memory
+        if memory is None:
+            raise ValueError(f"{type(self).__name__}: expected an open buffer, found a released one")
+        return memory
 
     def release(self) -> None:
-        """Returns the memory to the library. Further releases do nothing; any other use is a ValueError."""
-        with self._lock:
-            self._release()
+        """Gives the memory back, after calls that run. Further releases do nothing; any other use is a ValueError."""
+        self._memory = None
 
     def __enter__(self: Self) -> Self:
-        with self._use():
-            return self
+        self._use()
+        return self
 
     def __exit__(self, *_: object) -> None:
         self.release()
-
-    def __reduce_ex__(self, _: Any) -> NoReturn:
-        raise TypeError(f"{type(self).__name__}: cannot be copied or pickled, it owns memory outside Python")

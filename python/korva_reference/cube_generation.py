@@ -2,17 +2,16 @@
 
 from __future__ import annotations
 
-import ctypes
 from typing import Any
 
 import numpy as np
 from numpy.typing import NDArray
 
 from ._arrays import (
-    SAMPLES, UINT16, UNSIGNED_LONG, array, count, fail, first_row, is_planes, is_rows, is_run, output, planes, readable,
-    require_memory, rows,
+    SAMPLES, UINT16, UNSIGNED_LONG, array, count, fail, first_row, is_planes, is_rows, is_run, new, output, planes,
+    readable, require_memory, rows,
 )
-from ._buffers import OwnedBuffers
+from ._buffers import WorkingMemory
 from ._library import call
 
 
@@ -132,7 +131,7 @@ def band_image_strip(
     return target if out is None else out
 
 
-class StitchingBuffer(OwnedBuffers):
+class StitchingBuffer(WorkingMemory):
     """The ring of a line-scan sensor, which collects each band's strips over successive frames.
 
     The bands first_band to last_band lie in a frame as strips of strip_height rows of width samples, from the top down.
@@ -140,9 +139,8 @@ class StitchingBuffer(OwnedBuffers):
     t = 0, 1, 2, ... of a scan call stitch_band_image(frame, t); once t >= last_band - first_band, get_stitched_slice
     with the same t copies the completed strip of all bands into a slice cube. The ring starts filled with zeros.
 
-    The library owns the memory: release() or a with block returns it, and any use after that is a ValueError. Calls in
-    several threads wait for each other. Calls KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16 and
-    KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16.
+    release() or a with block gives the memory back, and any use after that is a ValueError. Several threads may store
+    strips at a time, each another band or frame, while none takes a slice.
 
     >>> slices = np.zeros((2, 3, 4), np.uint16)
     >>> with StitchingBuffer(width=4, strip_height=1, first_band=0, last_band=1) as ring:
@@ -164,15 +162,9 @@ class StitchingBuffer(OwnedBuffers):
         bands = positions if bands is None else count("bands", bands, 1)
         size = bands * positions * strip_height * width * 2
         require_memory("stitching buffer", size + 8 * bands * (positions * strip_height + 1))
-        memory = ctypes.c_void_p()
-        call("KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16", ctypes.addressof(memory), width, strip_height, bands,
-             first_band, last_band)
-        if not memory.value:
-            raise MemoryError(f"stitching buffer: {size:,} bytes cannot be allocated")
-        self._own(memory.value, _free_stitching_buffer)
         self._geometry = (width, strip_height, first_band, last_band, bands)
-        self._samples = ctypes.c_void_p.from_address(ctypes.c_void_p.from_address(memory.value).value or 0).value or 0
-        ctypes.memset(self._samples, 0, size)
+        ring = new((bands, positions * strip_height, width), UINT16, clear=True)
+        self._memory = ring, planes(ring)
 
     def stitch_band_image(self, frame: NDArray[np.uint16], frame_index: int) -> None:
         """Stores the strips of all bands of a frame of uint16, (row, column), in the ring.
@@ -188,9 +180,8 @@ class StitchingBuffer(OwnedBuffers):
         if bands < last_band - first_band + 1:
             fail("stitch_band_image", f"a ring of {last_band - first_band + 1} planes", bands)
         view = readable(view[: (last_band + 1) * strip_height], is_run)
-        with self._use() as ring:
-            call("KORVA_Ref_CG_LS_StitchBandImage_uint16", ring, rows(view), width, strip_height, first_band,
-                 last_band, frame_index)
+        call("KORVA_Ref_CG_LS_StitchBandImage_uint16", self._use()[1], rows(view), width, strip_height, first_band,
+             last_band, frame_index)
 
     def stitch_band_image_strip(
         self, strip: NDArray[np.uint16], band: int, frame_index: int, buffer_band: int | None = None
@@ -207,9 +198,8 @@ class StitchingBuffer(OwnedBuffers):
         view = array("strip", strip, (UINT16,), 2)
         if view.shape != (strip_height, width):
             fail("strip", f"shape {(strip_height, width)}", view.shape)
-        with self._use() as ring:
-            call("KORVA_Ref_CG_LS_StitchBandImageStrip_uint16", ring, first_row(view), width, strip_height, first_band,
-                 last_band, band, buffer_band, frame_index)
+        call("KORVA_Ref_CG_LS_StitchBandImageStrip_uint16", self._use()[1], first_row(view), width, strip_height,
+             first_band, last_band, band, buffer_band, frame_index)
 
     def get_stitched_slice(self, frame_index: int, out: NDArray[np.uint16]) -> NDArray[np.uint16]:
         """Copies the strip that frame frame_index completed into its place in the slice cube out, and returns out.
@@ -225,20 +215,12 @@ class StitchingBuffer(OwnedBuffers):
         if view.shape[0] > bands or view.shape[1] < strip_height or view.shape[2] != width:
             fail("out", f"at most {bands} bands, at least {strip_height} rows and {width} columns", view.shape)
         view = output(view, view.shape, UINT16, is_planes)
-        with self._use() as ring:
-            if view.size:
-                call("KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16", planes(view), ring, width, strip_height,
-                     view.shape[1], view.shape[0], first_band, last_band, frame_index)
+        ring = self._use()[1]
+        if view.size:
+            call("KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16", planes(view), ring, width, strip_height,
+                 view.shape[1], view.shape[0], first_band, last_band, frame_index)
         return out
 
     def to_array(self) -> NDArray[np.uint16]:
         """A copy of the ring, (plane, row, column); slot k of a plane is its rows k * strip_height and following."""
-        width, strip_height, first_band, last_band, bands = self._geometry
-        copy = np.empty((bands, (last_band - first_band + 1) * strip_height, width), np.uint16)
-        with self._use():
-            ctypes.memmove(copy.ctypes.data, self._samples, copy.nbytes)
-        return copy
-
-
-def _free_stitching_buffer(memory: int) -> None:
-    call("KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16", memory)
+        return np.array(self._use()[0])

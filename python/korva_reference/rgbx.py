@@ -10,14 +10,11 @@ An RGBX frame repeats this tile of 4 x 4 filters from its first pixel on:
 
 from __future__ import annotations
 
-import ctypes
-from typing import Any
-
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from ._arrays import FLOAT32, array, count, fail, is_planes, is_rows, output, planes, real, require_memory, rows, run
-from ._buffers import OwnedBuffers
+from ._arrays import FLOAT32, array, count, fail, is_planes, is_rows, new, output, planes, real, require_memory, rows, run
+from ._buffers import WorkingMemory
 from ._library import NewWLIBuffersRecord, call
 from .image_operations import kernel_weights
 
@@ -76,12 +73,11 @@ def rgbx_demosaic_frame(frame: Image, *, out: Image | None = None, scratch: Imag
     return target if out is None else out
 
 
-class NewWLIBuffers(OwnedBuffers):
+class NewWLIBuffers(WorkingMemory):
     """Working buffers for the new WLI of band images of width * height samples, at least 6 each.
 
-    The library owns the memory: release() or a with block returns it, and any use after that is a ValueError. Calls in
-    several threads wait for each other. Calls KORVA_Ref_RGBX_AllocateNewWLIBuffers_float and
-    KORVA_Ref_RGBX_FreeNewWLIBuffers_float.
+    release() or a with block gives the memory back, and any use after that is a ValueError. Calls in several threads
+    at a time each have buffers of their own, which are kept for later calls.
 
     >>> kernel, bands = np.full((7, 7), 1 / 49), np.full((4, 8, 9), 0.5, np.float32)
     >>> with NewWLIBuffers(width=9, height=8) as buffers:
@@ -90,15 +86,15 @@ class NewWLIBuffers(OwnedBuffers):
     """
 
     def __init__(self, width: int, height: int) -> None:
-        width, height = count("width", width, 6), count("height", height, 6)
+        self._size = count("height", height, 6), count("width", width, 6)
+        self._memory = [self._new()]
+
+    def _new(self) -> tuple[NewWLIBuffersRecord, object]:
+        height, width = self._size
         require_memory("new-WLI buffers", 6 * height * (width * 4 + 8))
-        record = NewWLIBuffersRecord()
-        call("KORVA_Ref_RGBX_AllocateNewWLIBuffers_float", ctypes.addressof(record), width, height)
-        if not all(getattr(record, name) for name, _ in record._fields_):
-            _free_new_wli_buffers(record)
-            raise MemoryError(f"new-WLI buffers: 6 images of {height} rows and {width} columns cannot be allocated")
-        self._own(record, _free_new_wli_buffers)
-        self._size = (height, width)
+        images = new((6, height, width), FLOAT32)
+        pointers = [*map(rows, images[:3]), planes(images[3:])]
+        return NewWLIBuffersRecord(*(pointer._as_parameter_ for pointer in pointers)), pointers
 
     def compute(
         self, bands: Image, kernel: ArrayLike, kb: float, kr: float, weight: float, *, out: Image | None = None
@@ -116,14 +112,15 @@ class NewWLIBuffers(OwnedBuffers):
         if view.shape != (4, height, width):
             fail("bands", f"shape {(4, height, width)}", view.shape)
         target = output(out, (3, height - 6, width - 6), FLOAT32, is_planes, apart=(view, weights))
-        with self._use() as record:
-            call("KORVA_Ref_RGBX_ComputeNewWLI_float", planes(target), planes(view), width, height, run(weights),
-                 record, kb, kr, weight)
+        idle = self._use()
+        try:
+            buffers = idle.pop()  # One step: no other thread gets the same.
+        except IndexError:
+            buffers = self._new()
+        call("KORVA_Ref_RGBX_ComputeNewWLI_float", planes(target), planes(view), width, height, run(weights),
+             buffers[0], kb, kr, weight)
+        idle.append(buffers)
         return target if out is None else out
-
-
-def _free_new_wli_buffers(record: Any) -> None:
-    call("KORVA_Ref_RGBX_FreeNewWLIBuffers_float", record)
 
 
 def rgbx_compute_new_wli(
