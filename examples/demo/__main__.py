@@ -1,4 +1,4 @@
-"""Takes three synthetic scenes through the compiled hosts, measures how close they come to the truth, draws the pictures.
+"""Takes synthetic scenes through the compiled hosts, measures how close they come to the truth, draws the pictures.
 
     python3 examples/demo --hosts FOLDER [--output results] [--check] [--keep-frames] [--photo PICTURE]
 """
@@ -24,11 +24,36 @@ plt.rcParams.update({"font.size": 9.5, "axes.titlesize": 10.5, "axes.titlelocati
 TRUTH = {"color": "0.72", "linewidth": 5, "solid_capstyle": "round", "label": "truth"}
 BEFORE = {"color": "tab:orange", "linestyle": "--", "label": "before correction"}
 AFTER = {"color": "tab:blue", "label": "corrected"}
-LABEL = {"boxstyle": "round,pad=0.15", "facecolor": "#000a", "linewidth": 0}
+LABEL = {"color": "white", "size": 8, "bbox": {"boxstyle": "round,pad=0.15", "facecolor": "#000a", "linewidth": 0}}
 STYLE = """body{font:16px/1.5 system-ui,sans-serif;max-width:1240px;margin:2em auto;padding:0 1em;color:#223}
 main{display:flex;flex-wrap:wrap;gap:0 1%}main>*{width:100%}figure{margin:.8em 0}img{width:100%;border:1px solid #ddd}
-figcaption,summary{color:#556}.told{margin:.1em 0;font-variant-numeric:tabular-nums}td,th{padding:.1em 1em;text-align:right}"""
+figcaption,summary{color:#556}.told{margin:.1em 0}td,th{padding:.1em 1em;text-align:right}"""
 
+# What the page says: of the scene, its overview, its colours before and after correction, and a raw frame.
+TOLD = {
+    "snapshot_mosaic": (
+        "Snapshot mosaic: 2048 x 1088 samples, 16 bands", "A still life through a cell of 4 x 4 filters that "
+        "repeats over the sensor. Band images are cut out, resampled to one common point, turned into reflectance, "
+        "and freed of what each filter sees of its neighbours' light.", "Raw samples, colours before and after, six "
+        "spectra. Blue follows grey (the truth), orange does not; leaf and green paint look alike and differ beyond "
+        "700 nm.", "pale, for every filter also sees what its neighbours see.", "the fruit has its colours back.",
+        "zoom in, and each cell of 4 x 4 pixels repeats its 16 brightnesses."),
+    "snapshot_tiled": (
+        "Snapshot tiles: 16 bands of 512 x 272", "The same still life through 16 tiles, each of which shows all of "
+        "it in one band. All tiles see the same points, so nothing is interpolated.", "Raw tiles, colours before "
+        "and after, and the same six spectra.", "pale, but without the fringes of a mosaic.", "clean edges, too.",
+        "16 tiles, each the whole still life in one band."),
+    "line_scan": (
+        "Line scan: frames of 2048 x 544 samples, 64 bands", "A flight over a landscape. Each strip of 8 rows of a "
+        "frame sees another wavelength; strips of successive frames are stitched to slices that show one strip of "
+        "the land in all bands.", "The stitched scene and six spectra. The sports ground's turf is green but has no "
+        "red edge: it is artificial.", "no seam between slices, but washed-out colours.", "red roofs, yellow rape, "
+        "blue pool.", "each strip of 8 rows sees another wavelength. Fields brighten downwards, water stays dark."),
+    "rgbx": (
+        "RGBX: 2048 x 1088 samples", "A painting under which an earlier drawing lies in charcoal, through a tile of "
+        "R, G, B and near-infrared filters. Stuck pixels are found in a dark and a flat frame."),
+    "rgbx_photo": ("Your picture through RGBX", "X sees its luma, as if that filter were clear."),
+}
 # Mean PSNR in dB, a little below what each scene reaches; the demo fails when a result falls under it.
 LEAST = {"snapshot_mosaic": 37.5, "snapshot_tiled": 40.5, "line_scan": 43.5, "rgbx": 35.5, "rgbx_photo": 20}
 
@@ -60,9 +85,10 @@ class Demo:
 
     body, failures = [], []
 
-    def __init__(self, options, name, title, text):
+    def __init__(self, options, name):
         self.options, self.name, self.folder = options, name, options.output / name
         self.folder.mkdir(parents=True, exist_ok=True)
+        title, text, *self.told = TOLD[name]
         print(f"\n{title}\n  {text}")
         self.body.append(f"<h2>{html.escape(title)}</h2>\n<p>{html.escape(text)}</p>")
 
@@ -89,7 +115,7 @@ class Demo:
 
     def reaches(self, quality):
         if quality < LEAST[self.name]:
-            self.failures.append(f"{self.name}: expected a mean PSNR of at least {LEAST[self.name]} dB, found {quality:.1f}")
+            self.failures.append(f"{self.name}: expected a PSNR of at least {LEAST[self.name]} dB, found {quality:.1f}")
 
     def picture(self, name, draw, caption, width=100):
         """Saves the image or the figure that a function returns, and shows it over a share of the page's width."""
@@ -109,11 +135,11 @@ class Demo:
 class Spectra(Demo):
     """A cube with and without its spectral correction beside the truth."""
 
-    def __init__(self, options, name, camera, title, text):
-        super().__init__(options, name, title, text)
+    def __init__(self, options, name, camera):
+        super().__init__(options, name)
         self.camera = camera
         self.write(white=camera.white(), bias=camera.bias())
-        np.savetxt(self.folder / "matrix.txt", camera.matrix, header="one line per output band, one weight per camera band")
+        np.savetxt(self.folder / "matrix.txt", camera.matrix, header="a line per output band, a weight per camera band")
         np.savetxt(self.folder / "wavelengths.txt", camera.wavelengths)
 
     def process(self, host, files, **layout):
@@ -130,8 +156,8 @@ class Spectra(Demo):
                  f"{camera.white_exposure}.")
         self.quality = [psnr(cube - self.truth) for cube in (self.before, self.after)]
         for style, cube, values in zip((BEFORE, AFTER), (self.before, self.after), self.quality):
-            self.say(f"PSNR {style['label']}: {values.min():.1f} to {values.max():.1f} dB, mean {values.mean():.1f}; mean "
-                     f"spectral angle {mean_angle(cube, self.truth):.2f} degrees.")
+            self.say(f"PSNR {style['label']}: {values.min():.1f} to {values.max():.1f} dB, mean {values.mean():.1f}; "
+                     f"mean spectral angle {mean_angle(cube, self.truth):.2f} degrees.")
         rows = [f"{band:10.1f} {was:10.1f} {now:10.1f}" for band, was, now in zip(nm, *self.quality)]
         print("\n".join(["          nm  dB before   dB after", *(f"  {row}" for row in rows[:: len(rows) // 16])]))
         cells = "".join(f"<tr><td>{'<td>'.join(row.split())}" for row in rows)
@@ -151,11 +177,11 @@ class Spectra(Demo):
         marked, charts = draw(upper), lower.subplots(2, 3)
         for number, (axis, (name, (row, column))) in enumerate(zip(charts.flat, self.camera.points().items()), 1):
             marked.plot(column, row, "o", markersize=6, markerfacecolor="none", color="white", markeredgewidth=1.4)
-            marked.annotate(str(number), (column, row), (6, -4), textcoords="offset points", color="white", size=8, bbox=LABEL)
+            marked.annotate(str(number), (column, row), (6, -4), textcoords="offset points", **LABEL)
             for cube, style in ((self.truth, TRUTH), (self.before, BEFORE), (self.after, AFTER)):
                 mean = cube[:, row - 1 : row + 2, column - 1 : column + 2].mean(axis=(1, 2))
-                axis.plot(self.camera.wavelengths, mean, **style, marker="o" if style is AFTER and len(mean) < 40 else None,
-                          markersize=4)
+                dots = "o" if style is AFTER and len(mean) < 40 else None
+                axis.plot(self.camera.wavelengths, mean, marker=dots, markersize=4, **style)
             axis.set_title(f"{number}  {name}")
             axis.set_ylim(bottom=0)
         charts[0, 0].legend(frameon=False, fontsize=8.5)
@@ -163,13 +189,15 @@ class Spectra(Demo):
         charts[1, 0].set(xlabel="wavelength in nm", ylabel="reflectance")
         return figure
 
-    def pictures(self, frame, overview, told):
-        """The pictures that every camera gives; told holds what to say of overview, frame, before and after."""
-        self.picture("overview", lambda: self.overview(overview), told[0])
-        self.picture("colour_before", lambda: self.colour(self.before), f"Before correction, {self.colours} as red, green "
-                     f"and blue: {told[1]}", 49)
-        self.picture("colour_after", lambda: self.colour(self.after), f"After correction, {self.colours}: {told[2]}", 49)
-        self.picture("raw_frame", lambda: shown(frame / np.quantile(frame, 0.995)), f"A raw frame: {told[3]}", 49)
+    def pictures(self, frame, overview):
+        """The pictures that every camera gives."""
+        bands = ", ".join(f"{self.camera.wavelengths[band]:.0f}" for band in self.bands)
+        for name, draw, width, caption in (
+                ("overview", lambda: self.overview(overview), 100, ""),
+                ("colour_before", lambda: self.colour(self.before), 49, f"Before correction, {bands} nm: "),
+                ("colour_after", lambda: self.colour(self.after), 49, f"After correction, {bands} nm: "),
+                ("raw_frame", lambda: shown(frame / np.quantile(frame, 0.995)), 49, "A raw frame: ")):
+            self.picture(name, draw, caption + self.told.pop(0), width)
 
         def chart():
             figure, axis = plt.subplots(figsize=(7, 3.5), layout="constrained")
@@ -182,53 +210,42 @@ class Spectra(Demo):
         self.picture("quality", chart, "How close each band comes to the truth.", 49)
 
 
-def snapshot(options, tiled):
+def snapshot(options, name):
+    tiled = name == "snapshot_tiled"
     camera = scene.SnapshotCamera(tiled=tiled)
     frame, (height, width) = camera.frame(), camera.signal.shape
-    demo = Spectra(options, *(
-        ("snapshot_tiled", camera, "Snapshot tiles: 16 bands of 512 x 272", "The same still life through 16 tiles, each of "
-         "which shows all of it in one band. All tiles see the same points, so nothing is interpolated.") if tiled else
-        ("snapshot_mosaic", camera, "Snapshot mosaic: 2048 x 1088 samples, 16 bands", "A still life through a cell of 4 x 4 "
-         "filters that repeats over the sensor. Band images are cut out, resampled to one common point, turned into "
-         "reflectance, and freed of what each filter sees of its neighbours' light.")))
+    demo = Spectra(options, name, camera)
     demo.write(frame=frame)
-    demo.process("snapshot_mosaic", {"frame": "frame.raw"}, **({"tile": f"{width // 4} {height // 4}"} if tiled else {}))
-    worse = camera.wavelengths[demo.quality[1] < demo.quality[0]]
-    demo.say(f"{worse.size or 'No'} bands get worse by the correction. What stays wrong is " + (
-        "noise, and what neighbouring bands cannot tell apart." if tiled else
-        "at edges: there each band is interpolated from other pixels, and the correction, which weighs bands against each "
-        "other, adds up their errors. Under a sharper lens some bands would lose more by that than they gain."))
+    layout = {"tile": f"{width // 4} {height // 4}"} if tiled else {}
+    demo.process("snapshot_mosaic", {"frame": "frame.raw"}, **layout)
+    worse = np.count_nonzero(demo.quality[1] < demo.quality[0])
+    demo.say(f"{worse or 'No'} bands get worse by the correction. " + (
+        "What stays wrong is noise, and what neighbouring bands cannot tell apart." if tiled else
+        "What stays wrong is at edges: there each band is interpolated from other pixels, and the correction, which "
+        "weighs bands against each other, adds up their errors. Without the blur of the lens some bands would lose by it."))
 
     def overview(figure):
         grid = figure.add_gridspec(1, 3, width_ratios=[0.52, 1, 1])
         y, x = int(0.404 * height) // 4 * 4, int(0.223 * width) // 4 * 4  # where red meets yellow
-        part = frame if tiled else frame[y : y + 48, x : x + 48]
-        show(figure, grid[0], shown(part / np.quantile(frame, 0.995)), "Raw tiles" if tiled else "Raw mosaic, 48 x 48",
-             interpolation="antialiased" if tiled else "nearest")
+        raw, title, style = (frame, "Raw tiles", {}) if tiled else (
+            frame[y : y + 48, x : x + 48], "Raw mosaic, 48 x 48", {"interpolation": "nearest"})
+        show(figure, grid[0], shown(raw / np.quantile(frame, 0.995)), title, **style)
         show(figure, grid[1], demo.colour(demo.before), f"Before correction: {demo.colours}")
         return show(figure, grid[2], demo.colour(demo.after), f"After correction: {demo.colours}")
 
-    demo.pictures(frame, overview, (
-        "Raw samples, colours before and after, six spectra. Blue follows grey (the truth), orange does not; leaf and green "
-        "paint look alike and differ beyond 700 nm.", "pale, for every filter also sees what its neighbours see.",
-        "the fruit has its colours back, and edges are clean." if tiled else "the fruit has its colours back.",
-        "16 tiles, each the whole still life in one band." if tiled else
-        "zoom in, and each cell of 4 x 4 pixels repeats its 16 brightnesses."))
+    demo.pictures(frame, overview)
 
 
-def line_scan(options):
+def line_scan(options, name):
     camera = scene.LineScanCamera()
-    demo = Spectra(options, "line_scan", camera, f"Line scan: frames of {camera.width} x {camera.height} samples, "
-                   f"{camera.bands} bands", "A flight over a landscape. Each strip of 8 rows of a frame sees another "
-                   "wavelength; strips of successive frames are stitched to slices that show one strip of the land in all "
-                   "bands.")
+    demo = Spectra(options, name, camera)
     with open(demo.folder / "frames.raw", "wb") as recording:
         for number, frame in enumerate(camera.frames()):
             frame.tofile(recording)
             if number == 90:
                 demo.write(frame=frame)
-    demo.process("line_scan", {"frames": "frames.raw"}, width=camera.width, height=camera.height, strip_height=camera.strip,
-                 first_band=camera.first, last_band=camera.first + camera.bands - 1)
+    demo.process("line_scan", {"frames": "frames.raw"}, width=camera.width, height=camera.height,
+                 strip_height=camera.strip, first_band=camera.first, last_band=camera.first + camera.bands - 1)
     if not options.keep_frames:
         (demo.folder / "frames.raw").unlink()
 
@@ -239,23 +256,21 @@ def line_scan(options):
         axis.axvline(middle, color="white", linewidth=1.5)
         return axis
 
-    demo.pictures(demo.read("frame")[0], overview, (
-        "The stitched scene and six spectra. The sports ground's turf is green but has no red edge: it is artificial.",
-        "no seam between slices, but washed-out colours.", "red roofs, yellow rape, blue pool.",
-        "each strip of 8 rows sees another wavelength. Fields brighten downwards, water stays dark."))
+    demo.pictures(demo.read("frame")[0], overview)
 
 
-def rgbx(options, name, bands, white, title, text):
+def rgbx(options, name, bands, white):
     camera = scene.RgbxCamera(bands)
     frame = camera.frame(seed=7)
     height, width = frame.shape
-    demo = Demo(options, name, f"{title}: {width} x {height} samples", text)
+    demo = Demo(options, name)
     demo.write(frame=frame, dark=camera.frame(0, 8), flat=camera.frame(0.8, 9))
     layout = {"width": width, "height": height, "black": camera.black, "white_level": camera.white_level}
     demo.run("rgbx", "with_defects", {"frame": "frame.raw"}, **layout, weight=1)
     demo.run("rgbx", "", {name: f"{name}.raw" for name in ("frame", "dark", "flat")}, **layout, weight="1 0.5 0")
     cleaned = demo.read("cleaned_frame")[0]
-    demo.say(f"{camera.stuck.size} stuck pixels planted, {np.count_nonzero(cleaned != frame)} samples changed by medians.")
+    changed = np.count_nonzero(cleaned != frame)
+    demo.say(f"{camera.stuck.size} stuck pixels planted, {changed} samples changed by medians.")
 
     def picture(planes):
         return shown(planes[:3].transpose(1, 2, 0) / white)
@@ -280,26 +295,30 @@ def rgbx(options, name, bands, white, title, text):
         for k, (title, image) in enumerate(images.items()):
             margin = (width - image.shape[1]) // 2
             top, left = (max(0, int(share * whole) - margin) for share, whole in ((y, height), (x, width)))
-            show(figure, grid[k // columns, k % columns], image[top : top + part[1], left : left + part[0]], title, vmin=0,
-                 vmax=1, **style)
+            image = image[top : top + part[1], left : left + part[0]]
+            show(figure, grid[k // columns, k % columns], image, title, vmin=0, vmax=1, **style)
         return figure
 
+    raw, clean = (shown((counts - np.float32(camera.black)) / (camera.white_level - camera.black) / white)
+                  for counts in (frame, cleaned))
     filters = ", ".join(f"{band} {nm} nm" for band, nm in camera.wavelengths.items())
     close = {"Demosaiced RGB": rgb, "X band": x_band, "New WLI, weight 1": full, "New WLI, weight 0": none}
-    demo.picture("overview", lambda: beside(2, (9.2, 7), close, 0.42, 0.325, (480, 330)), "RGB sees a sea, X a ship; the new "
-                 f"WLI carries the drawing into the colours. Filters: {filters}.")
-    demo.picture("rgb", lambda: rgb, "The demosaiced picture; not a trace of what lies beneath.", 49)
-    demo.picture("x_band", lambda: x_band, "The X band: an earlier ship, hatching and two lines of writing.", 49)
-    demo.picture("wli_side_by_side", lambda: beside(3, (12, 3.9), {
-        "New WLI, weight 1": full, "weight 0.5": half, "weight 0": none}, 0.4, 0.34, (620, 560)), "Weight 1, 0.5 and 0: the "
-        "finest detail moves from what RGB saw to what X saw.")
-    for weight, image in (("1", full), ("0.5", half), ("0", none)):
-        demo.picture(f"wli_weight_{weight}", lambda image=image: image, f"New WLI at weight {weight}.", 32)
-    raw, clean = (shown((counts - float(camera.black)) / (white * (camera.white_level - camera.black))) for counts in (frame, cleaned))
-    demo.picture("median_before_after", lambda: beside(2, (11, 4.8), {
-        "Raw frame with stuck pixels, 180 x 150": raw, "After the medians": clean}, 0.17, 0.55, (180, 150),
-        interpolation="nearest"), "Stuck pixels on the left are gone on the right, while the strokes stay.")
-    demo.picture("raw_frame", lambda: raw, "The raw frame: zoom in to see X, G, R and B pixels side by side.")
+    weights = {"New WLI, weight 1": full, "weight 0.5": half, "weight 0": none}
+    medians = {"Raw frame with stuck pixels, 180 x 150": raw, "After the medians": clean}
+    for file, draw, share, caption in (
+            ("overview", lambda: beside(2, (9.2, 7), close, 0.42, 0.325, (480, 330)), 100,
+             f"RGB sees a sea, X a ship; the new WLI carries the drawing into the colours. Filters: {filters}."),
+            ("rgb", lambda: rgb, 49, "The demosaiced picture; not a trace of what lies beneath."),
+            ("x_band", lambda: x_band, 49, "The X band: an earlier ship, hatching and two lines of writing."),
+            ("wli_side_by_side", lambda: beside(3, (12, 3.9), weights, 0.4, 0.34, (620, 560)), 100,
+             "Weight 1, 0.5 and 0: the finest detail moves from what RGB saw to what X saw."),
+            *((f"wli_weight_{weight}", lambda image=image: image, 32, f"New WLI at weight {weight}.")
+              for weight, image in (("1", full), ("0.5", half), ("0", none))),
+            ("median_before_after",
+             lambda: beside(2, (11, 4.8), medians, 0.17, 0.55, (180, 150), interpolation="nearest"), 100,
+             "Stuck pixels on the left are gone on the right, while the strokes stay."),
+            ("raw_frame", lambda: raw, 100, "The raw frame: zoom in to see X, G, R and B pixels side by side.")):
+        demo.picture(file, draw, caption, share)
 
 
 def photograph(path):
@@ -320,14 +339,12 @@ def main():
     parser.add_argument("--photo", help="a picture of your own to mosaic and reconstruct, instead of the scenes")
     options = parser.parse_args()
     if options.photo:
-        rgbx(options, "rgbx_photo", photograph(options.photo), 1, "Your picture through RGBX", "X sees its luma.")
+        rgbx(options, "rgbx_photo", photograph(options.photo), 1)
     else:
-        snapshot(options, tiled=False)
-        snapshot(options, tiled=True)
-        line_scan(options)
-        rgbx(options, "rgbx", scene.painting_bands(), 0.62, "RGBX", "A painting under which an earlier drawing lies in "
-             "charcoal, through a tile of R, G, B and near-infrared filters. Stuck pixels are found in a dark and a flat "
-             "frame.")
+        snapshot(options, "snapshot_mosaic")
+        snapshot(options, "snapshot_tiled")
+        line_scan(options, "line_scan")
+        rgbx(options, "rgbx", scene.painting_bands(), 0.62)
     if not options.check:
         page = options.output / "index.html"
         page.write_text('<!DOCTYPE html><html lang="en"><meta charset="utf-8"><title>Korva reference API: demo</title>'

@@ -155,19 +155,19 @@ class Scene:
 
     def box(self, x, y, half_width, half_height=None):
         """Slices of the pixels about a place, and their coordinates as seen from it."""
-        size, half_height = len(self.over), half_width if half_height is None else half_height
-        rows = slice(max(0, int((y - half_height) * size)), max(0, int((y + half_height) * size) + 1))
-        columns = slice(max(0, int((x - half_width) * size)), max(0, int((x + half_width) * size) + 1))
-        whole = np.ogrid[: self.over.shape[0], : self.over.shape[1]]
-        dy, dx = ((whole[0][rows] + 0.5) / size - y).astype(np.float32), ((whole[1][:, columns] + 0.5) / size - x).astype(np.float32)
-        return (rows, columns), dx, dy
+        size, halves = len(self.over), (half_height or half_width, half_width)
+        rows, columns = (slice(max(0, int((middle - half) * size)), max(0, int((middle + half) * size) + 1))
+                         for middle, half in zip((y, x), halves))
+        dy, dx = (((np.arange(count) + 0.5) / size - middle).astype(np.float32)
+                  for count, middle in zip(self.over.shape, (y, x)))
+        return (rows, columns), dx[None, columns], dy[rows, None]
 
     def paint(self, inside, over, shade=1.0, under=None, share=1.0, box=np.s_[:, :]):
         """Gives the pixels inside a new look; materials are names or arrays of names' numbers."""
-        over, under = (NUMBER.get(m, m) if isinstance(m, str) else m for m in (over, over if under is None else under))
-        for image, value in ((self.over, over), (self.under, under), (self.share, np.clip(share, 0, 1)), (self.shade, shade)):
-            part = image[box]
-            np.copyto(part, np.broadcast_to(value, part.shape).astype(image.dtype), where=np.broadcast_to(inside, part.shape))
+        over, under = (NUMBER[m] if isinstance(m, str) else m for m in (over, over if under is None else under))
+        looks = {"over": over, "under": under, "share": np.clip(share, 0, 1), "shade": shade}
+        for part, value in ((getattr(self, name)[box], value) for name, value in looks.items()):
+            np.copyto(part, value, casting="unsafe", where=inside)
 
     def shadow(self, x, y, width, height):
         """A soft dark ellipse where something stands."""
@@ -186,20 +186,8 @@ class Scene:
         return image
 
 
-def drawn(scene, draw):
-    """What Matplotlib draws in black on the scene's area, as the share of each pixel that is covered."""
-    height, width = scene.over.shape
-    figure = Figure((width / 100, height / 100), 100)
-    axes = figure.add_axes((0, 0, 1, 1), xlim=(0, scene.aspect), ylim=(1, 0))
-    axes.set_axis_off()
-    draw(axes)
-    canvas = FigureCanvasAgg(figure)
-    canvas.draw()
-    return 1 - np.asarray(canvas.buffer_rgba())[..., 0] / np.float32(255)
-
-
 def still_life(height, width):
-    """A table by a wall: a colour chart, a plant in a pot, painted tiles, a bowl of water, fruit and its painted doubles."""
+    """A table by a wall: a colour chart, a plant in a pot, painted tiles, a bowl of water, fruit and its doubles."""
     scene = Scene(height, width)
     everywhere, x, y = scene.box(0, 0, scene.aspect, 1)
     scene.paint(True, "plaster", 0.95 - 0.22 * np.hypot(x - 0.75, y - 0.2) + 0.05 * texture(x * 6, y * 6, 5, 1))
@@ -265,8 +253,8 @@ def _leaf(scene, x, y, angle, length, width, material, shade, bend):
     rib = np.exp(-((across / (0.045 * width * (1.6 - np.clip(along, 0, 1)))) ** 2))
     side = 0.5 * np.exp(-((veins / 0.07) ** 2)) * (1 - along)
     blotch = 1 + 0.1 * texture((x + dx) * 60, (y + dy) * 60, 3, 31)
-    scene.paint(np.abs(across) < half, "young leaf", shade * np.where(across > 0, 0.86, 1.06) * blotch * (0.8 + 0.25 * along),
-                material, 0.75 * rib + 0.5 * side, box)
+    shade = shade * np.where(across > 0, 0.86, 1.06) * blotch * (0.8 + 0.25 * along)
+    scene.paint(np.abs(across) < half, "young leaf", shade, material, 0.75 * rib + 0.5 * side, box)
 
 
 def _plant(scene, x, foot):
@@ -295,15 +283,17 @@ def _ball(scene, x, y, radius, stretch, skin, seed):
     depth = np.sqrt(np.maximum(0, 1 - u * u - v * v))
     lit = np.maximum(0, -0.42 * u - 0.55 * v + 0.72 * depth)
     gloss = np.maximum(0, -0.36 * u - 0.42 * v + 0.83 * depth) ** 60
+    inside = np.hypot(u, v) < 1 + 0.012 * np.sin(5 * np.arctan2(v, u))
     pores = 0.03 * texture((x + dx) * 160, (y + dy) * 160, 2, seed)
-    scene.paint(np.hypot(u, v) < 1 + 0.012 * np.sin(5 * np.arctan2(v, u)), "white", 0.3 + 0.78 * lit + pores, skin, 0.75 * gloss, box)
+    scene.paint(inside, "white", 0.3 + 0.78 * lit + pores, skin, 0.75 * gloss, box)
 
 
 def _bowl(scene, x, y, radius):
     scene.shadow(x + 0.03, y + 0.5 * radius, 1.2 * radius, 0.45 * radius)
     box, dx, dy = scene.box(x, y, radius)
     u = dx / radius
-    scene.paint((dy > 0) & (dy < 0.62 * radius * np.sqrt(np.maximum(0, 1 - 0.98 * u * u))), "white", 0.92 - 0.35 * (u + 0.3) ** 2, box=box)
+    body = (dy > 0) & (dy < 0.62 * radius * np.sqrt(np.maximum(0, 1 - 0.98 * u * u)))
+    scene.paint(body, "white", 0.92 - 0.35 * (u + 0.3) ** 2, box=box)
     ellipse = np.hypot(u, 2.6 * dy / radius)
     scene.paint(ellipse < 1, "white", 1.0, box=box)
     r = np.hypot(dx - 0.02, 2.6 * dy - 0.03) / radius
@@ -331,18 +321,12 @@ def landscape(height, width):
         return (y - line(x)) / np.hypot(1, (line(x + 0.01) - line(x - 0.01)) / 0.02)
 
     water = np.abs(across(river)) - 0.05 - 0.012 * np.sin(3.7 * x) - 0.006 * texture(x * 14, y * 14, 3, 6)
-    grain = texture(x * 90, y * 90, 3, 2)
-    scene.paint(water < 0.014 + 0.008 * texture(x * 20, y * 20, 2, 5), "sand", 0.9 + 0.15 * grain, "leaf", 0.8 + 0.2 * grain)
-    scene.paint(water < 0, "water", 0.95 + 0.18 * texture(x * 45, y * 110, 3, 15), "shallows", 0.35 - 0.65 * water / 0.03)
+    grain, waves = texture(x * 90, y * 90, 3, 2), texture(x * 45, y * 110, 3, 15)
+    bank = water < 0.014 + 0.008 * texture(x * 20, y * 20, 2, 5)
+    scene.paint(bank, "sand", 0.9 + 0.15 * grain, "leaf", 0.8 + 0.2 * grain)
+    scene.paint(water < 0, "water", 0.95 + 0.18 * waves, "shallows", 0.35 - 0.65 * water / 0.03)
     scene.paint(np.abs(across(road)) < 0.017, "asphalt", 1 + 0.15 * texture(x * 80, y * 80, 2, 1))
     scene.paint((np.abs(across(road)) < 0.0018) & (x % 0.03 < 0.017), "white", 0.9)
-    for cx in np.cumsum(random.uniform(0.07, 0.3, 20)):  # Cars in both lanes.
-        cy = road(cx) + random.choice([-0.008, 0.008])
-        box, dx, dy = scene.box(cx, cy, 0.02)
-        body = rectangle(*turned(dx, dy, np.arctan(50 * (road(cx + 0.01) - road(cx - 0.01)))), 0.009, 0.0046)
-        paint = random.choice(["red", "white", "blue", "amber", "black", "light grey"])
-        scene.paint(body < 0, paint, box=box)
-        scene.paint(body < -0.0022, "solar cell", box=box)
     box, dx, dy = scene.box(1.86, 1, 0.012, 1 - road(1.86) - 0.017)  # A lane with a bridge.
     over_water = np.abs(1 + dy - river(1.86)) < 0.085
     stone = np.where(over_water, NUMBER["concrete"], NUMBER["sand"])
@@ -360,14 +344,15 @@ def landscape(height, width):
         _tree(scene, tx, river(tx) + bank, random.uniform(0.011, 0.017), "leaf", 0.9, k)
     _village(scene, 2.3, 0.165, random)
     _sports_ground(scene, 1.3, 0.15)
-    scene.places |= {"river": (river(2.7), 2.7), "wood": (0.12, 3.45), "ploughed field": (0.55, 1.0)}
+    scene.places |= {"river": (river(2.7), 2.7), "wood": (0.12, 3.45), "ploughed field": (0.42, 1.04)}
     return scene
 
 
 def _fields(scene, x, y, random):
     """Fields are the cells of scattered seeds; each has its crop, its furrows and its own health."""
-    crops = [("young leaf", "soil", 0.4, 0.35, 0.3), ("leaf", "soil", 0.25, 0.7, 0), ("dry leaf", "sand", 0.15, 0.4, 0.4),
-             ("soil", "bark", 0.35, 0.5, 0), ("lemon", "young leaf", 0.3, 0, 0.35)]  # cover: even, in furrows, in patches
+    # What grows on what, and how much of it evenly, in furrows and in patches.
+    crops = [("young leaf", "soil", 0.4, 0.35, 0.3), ("leaf", "soil", 0.25, 0.7, 0), ("soil", "bark", 0.35, 0.5, 0),
+             ("dry leaf", "sand", 0.15, 0.4, 0.4), ("lemon", "young leaf", 0.3, 0, 0.35)]
     nearest = np.full(scene.over.shape, 9, np.float32)
     second, field = nearest.copy(), np.zeros(scene.over.shape, int)
     seeds = [(fx + random.uniform(-0.14, 0.14), fy + random.uniform(-0.11, 0.11))
@@ -382,7 +367,8 @@ def _fields(scene, x, y, random):
         angle, pitch, health = random.uniform(-0.6, 0.9), random.uniform(0.008, 0.016), random.uniform(0.75, 1.1)
         crop, ground, even, rows, patches = crops[random.integers(5)]
         furrow = 0.5 + 0.5 * np.sin(2 * np.pi * (x * np.sin(angle) + y * np.cos(angle)) / pitch)
-        scene.paint(field == number, crop, health * (0.84 + 0.14 * grain), ground, even + rows * furrow + patches * patchy)
+        cover = even + rows * furrow + patches * patchy
+        scene.paint(field == number, crop, health * (0.84 + 0.14 * grain), ground, cover)
     scene.paint(second - nearest < 0.011, "leaf", 0.6 + 0.25 * grain, "soil", 0.7 + 0.3 * grain)
 
 
@@ -393,8 +379,8 @@ def _tree(scene, x, y, radius, foliage, shade, seed):
         u, v = dx / radius, dy / radius
         inside = np.hypot(u, v) < 1 + 0.16 * bumps(np.arctan2(v, u) * 2.2 + 9, 90 * radius, seed)
         if tone:
-            lit = 0.8 - 0.28 * (u + v) - 0.12 * (u * u + v * v)
-            scene.paint(inside, foliage, tone * lit * (1 + 0.3 * texture((x + dx) * 150, (y + dy) * 150, 2, seed)), box=box)
+            lit = (0.8 - 0.28 * (u + v) - 0.12 * (u * u + v * v)) * (1 + 0.3 * texture(dx * 150, dy * 150, 2, seed))
+            scene.paint(inside, foliage, tone * lit, box=box)
         else:
             scene.paint(inside, "leaf", 0.3, "soil", 0.5, box)
 
@@ -413,17 +399,15 @@ def _village(scene, x, y, random):
                 scene.places["pool"] = (hy, hx)
                 continue
             roof = ["terracotta", "terracotta", "slate", "terracotta", "light grey"][(5 * row + 2 * column) % 5]
-            length, width, angle = random.uniform(0.037, 0.05), random.uniform(0.024, 0.032), random.uniform(-0.25, 0.35)
+            length, width, angle = random.uniform((0.037, 0.024, -0.25), (0.05, 0.032, 0.35))
             scene.shade[box] *= np.where(rectangle(*turned(dx - 0.014, dy - 0.014, angle), length, width) < 0, 0.38, 1)
             along, over = turned(dx, dy, angle)
             sunny = np.where(over < 0, 1.05, 0.66) * (0.93 + 0.07 * np.sin(over * 1100))
             inside = rectangle(along, over, length, width) < 0
             scene.paint(inside, roof, np.where(np.abs(over) < 0.0016, 1.2, sunny), box=box)
-            if (column + row) % 3 == 1:  # Solar panels.
-                panel = inside & (np.abs(along) < 0.7 * length) & (over < -0.2 * width) & (over > -0.82 * width)
-                scene.paint(panel, "solar cell", box=box)
-                scene.paint(panel & (along % (0.35 * length) < 0.0024), "light grey", 0.8, box=box)
-            scene.paint(np.hypot(along - 0.6 * length, over - 0.35 * width) < 0.005, "concrete", 0.9, box=box)
+            if (column + row) % 3 == 1:
+                panel = rectangle(along, over + 0.5 * width, 0.7 * length, 0.3 * width) < 0
+                scene.paint(panel & (along % (0.35 * length) > 0.0024), "solar cell", box=box)
             _tree(scene, hx + 0.06, hy + 0.05, 0.015, "leaf", 0.9, column + 7 * row)
             if roof == "terracotta":
                 scene.places.setdefault("tiled roof", (hy - 0.012, hx))
@@ -437,8 +421,9 @@ def _sports_ground(scene, x, y):
     scene.paint((oval < 0) & (np.abs(oval % 0.009 - 0.0045) > 0.0036), "white", 0.95, box=box)
     scene.paint(oval < -0.037, "green", np.where((dx + 1) % 0.028 < 0.014, 0.62, 0.72), box=box)
     u, v = np.abs(dx), np.abs(dy)
-    lines = [np.hypot(dx, dy) - 0.022, np.where(v < 0.054, u, 1), rectangle(dx, dy, 0.098, 0.054), rectangle(u - 0.098, dy, 0.022, 0.03)]
-    scene.paint((np.abs(lines).min(axis=0) < 0.0014) & (rectangle(dx, dy, 0.1, 0.056) < 0), "white", 0.95, box=box)
+    pitch = rectangle(dx, dy, 0.098, 0.054)
+    lines = [np.hypot(dx, dy) - 0.022, np.where(v < 0.054, u, 1), pitch, rectangle(u - 0.098, dy, 0.022, 0.03)]
+    scene.paint((np.abs(lines).min(axis=0) < 0.0014) & (pitch < 0.002), "white", 0.95, box=box)
     scene.places["artificial turf"] = (y + 0.01, x + 0.05)
 
 
@@ -454,11 +439,11 @@ def old_painting(height, width):
     stroke = bristles(x, y, -0.5, 12)
     scene.paint((y > ridge) & (y < HORIZON), "purple", 1.1 + 0.3 * stroke, "green paint", 0.5 + 0.7 * stroke)
     _houses(scene, x, y)
-    for bx, by, size, hull, sail in ((1.62, 0.63, 0.12, "crimson", "lemon"), (1.08, 0.6, 0.075, "green paint", "white"),
-                                     (0.52, 0.83, 0.2, "blue", "orange")):
-        _boat(scene, bx, by, size, hull, sail)
+    _boat(scene, 1.62, 0.63, 0.12, "crimson", "lemon")
+    _boat(scene, 1.08, 0.6, 0.075, "green paint", "white")
+    _boat(scene, 0.52, 0.83, 0.2, "blue", "orange")
     # The grain of the ground frays the strokes; the weave of the canvas shows through as a fine grid of light.
-    charcoal = drawn(scene, _drawing) + 0.3 * bumps(x * 300, y * 300, 4) > 0.5
+    charcoal = _drawing(scene) + 0.3 * bumps(x * 300, y * 300, 4) > 0.5
     for material in (scene.over, scene.under):
         material[charcoal] += OVER_CHARCOAL
     scene.shade *= 1 + 0.035 * np.sin(x * 1150) * np.sin(y * 1150) + 0.02 * texture(x * 40, y * 40, 3, 6)
@@ -478,7 +463,8 @@ def _sky_and_sea(scene, x, y, sun_x, sun_y):
     scene.paint(True, "violet", 1.05 + 0.12 * swirl, "blue", 0.15 + 3.4 * glow + 0.25 * swirl)
     scene.paint(glow > 0.2, "amber", 0.95 + 0.08 * swirl, "violet", (glow - 0.2) * 4.5)
     scene.paint(glow > 0.42, "yellow", 0.98 + 0.06 * swirl, "amber", (glow - 0.42) * 3)
-    scene.paint(far < 0.07, "yellow", 1.0, "white", 0.6 + 0.4 * bristles(x, y, np.arctan2(y - sun_y, x - sun_x) + 1.6, 2))
+    rays = bristles(x, y, np.arctan2(y - sun_y, x - sun_x) + 1.6, 2)
+    scene.paint(far < 0.07, "yellow", 1.0, "white", 0.6 + 0.4 * rays)
     depth = np.maximum(y - HORIZON, 0) / (1 - HORIZON)
     wave = bumps(x * 9 / (0.12 + depth), np.log(0.05 + depth) * 26, 3) + 0.4 * bristles(x, y, 0, 8)
     crest = np.where(wave > 0.25, NUMBER["cyan"], NUMBER["indigo"])
@@ -510,21 +496,28 @@ def _boat(scene, x, y, size, hull, sail):
     box, dx, dy = scene.box(x, y - 0.6 * size, size)
     u, v = dx / size, dy / size - 0.6
     stroke = bristles(x + dx, y + dy, 1.1, 9)
-    deck = -0.038 * (u + 0.62)
-    scene.paint((v > deck) & (v < 0.2) & (u > -0.62 + 0.8 * v) & (u < 0.69 - 1.05 * v), hull, 0.85 + 0.1 * stroke, box=box)
-    scene.paint((v > deck) & (v < 0.045) & (u > -0.62 + 0.8 * v) & (u < 0.69 - 1.05 * v), "white", 0.85, box=box)
-    scene.paint((u > 0.03) & (v < -0.1 - 0.07 * u) & (v > -1.35 + 2.12 * (u - 0.03)), sail, 0.92 + 0.12 * stroke, box=box)
+    body = (v > -0.038 * (u + 0.62)) & (v < 0.2) & (u > -0.62 + 0.8 * v) & (u < 0.69 - 1.05 * v)
+    scene.paint(body, hull, 0.85 + 0.1 * stroke, box=box)
+    scene.paint(body & (v < 0.045), "white", 0.85, box=box)
+    main = (u > 0.03) & (v < -0.1 - 0.07 * u) & (v > -1.35 + 2.12 * (u - 0.03))
+    scene.paint(main, sail, 0.92 + 0.12 * stroke, box=box)
     jib = (u < -0.05) & (v < -0.1 + 0.13 * u) & (v > -1.2 - 2.3 * (u + 0.05))
     scene.paint(jib, np.where(v % 0.24 < 0.12, NUMBER[hull], NUMBER["white"]), 0.9 + 0.1 * stroke, box=box)
     scene.paint((np.abs(u) < 0.02) & (v > -1.42) & (v < 0), "bark", 0.9, box=box)
 
 
-def _drawing(axes):
-    """Guide lines to the vanishing point, an earlier three-master, hatching for another sky, and two lines of writing."""
+def _drawing(scene):
+    """Guide lines to the vanishing point, an earlier three-master, hatching for another sky, and two lines of writing;
+    drawn in black by Matplotlib, and returned as the share of each pixel that is covered."""
+    height, width = scene.over.shape
+    figure = Figure((width / 100, height / 100), 100)
+    axes = figure.add_axes((0, 0, 1, 1), xlim=(0, scene.aspect), ylim=(1, 0))
+    axes.set_axis_off()
+    pen = max(0.9, 0.0019 * height)
+
     def strokes(points, width):
         axes.plot(*np.transpose(points), color="black", linewidth=width * pen, solid_capstyle="round")
 
-    pen = max(0.9, 0.0019 * axes.figure.bbox.height)
     for k in range(-7, 8):
         strokes([(1.32, HORIZON), (1.32 + 0.33 * k, 1)], 0.7)
     for level in (0.25, HORIZON, 0.75):
@@ -545,8 +538,12 @@ def _drawing(axes):
     for k in range(60):
         strokes([(1.5 + 0.006 * k, 0.05), (1.44 + 0.006 * k, 0.19)], 0.6)
         strokes([(0.1 + 0.0075 * k, 0.06), (0.16 + 0.0075 * k, 0.2)], 0.6)
-    for place, text in (((0.62, 0.155), "three masts, no sun: begin again"), ((0.1, 0.93), "for Ada, who asked what lies beneath")):
-        axes.text(*place, text, fontsize=0.029 * axes.figure.bbox.height, style="italic", family="DejaVu Serif")
+    writing = {"fontsize": 0.029 * height, "style": "italic", "family": "DejaVu Serif"}
+    axes.text(0.62, 0.155, "three masts, no sun: begin again", **writing)
+    axes.text(0.1, 0.93, "for Ada, who asked what lies beneath", **writing)
+    canvas = FigureCanvasAgg(figure)
+    canvas.draw()
+    return 1 - np.asarray(canvas.buffer_rgba())[..., 0] / np.float32(255)
 
 
 # ---- Cameras ----
@@ -570,7 +567,8 @@ class Sensor:
         """A frame of a signal that is 1 for a white surface in the strongest band; averaging many calms the noise."""
         counts = self.gain * np.float32(exposure) * signal
         noise = np.random.default_rng(seed).standard_normal(self.gain.shape, np.float32) / np.float32(np.sqrt(averaged))
-        return np.clip(self.black + counts + noise * np.sqrt(6 + 0.12 * counts) + 0.5, 0, self.saturation).astype(np.uint16)
+        counts += self.black + noise * np.sqrt(6 + 0.12 * counts) + 0.5
+        return np.clip(counts, 0, self.saturation).astype(np.uint16)
 
     def bias(self):
         """The mean of many frames behind a closed shutter."""
@@ -578,9 +576,9 @@ class Sensor:
 
 
 class Camera:
-    """What the hyperspectral cameras have in common: bands, their filters, exposures, the white tile, the correction."""
+    """What the hyperspectral cameras have in common: bands and filters, exposures, the white tile, the correction."""
 
-    exposure, white_exposure, white_reflectance = 1.1, 1.0, 0.95
+    exposure, white_exposure, white_reflectance, pixels_per_sample = 1.1, 1.0, 0.95, 1
 
     def __init__(self, height, width, wavelengths, order, filter_width, columns, noise):
         self.sensor, self.wavelengths, self.order = Sensor(height, width), wavelengths, order
@@ -593,12 +591,19 @@ class Camera:
     def white(self):
         return self.sensor.expose(self.white_reflectance * self.white_signal, self.white_exposure, 1, 64)
 
+    def points(self):
+        """Samples of the cube that show what the scene names."""
+        size = len(self.scene.over) // self.pixels_per_sample
+        return {name: (int(y * size), int(x * size)) for name, (y, x) in self.scene.places.items()}
+
     def bias(self):
         return self.sensor.bias()
 
 
 class SnapshotCamera(Camera):
     """A still life through a mosaic of 4 x 4 filters, or through 16 tiles that each show all of it."""
+
+    pixels_per_sample = 4
 
     def __init__(self, height=1088, width=2048, tiled=False):
         # Makers scatter the bands of a mosaic over its cell; tiles stand in order.
@@ -628,10 +633,6 @@ class SnapshotCamera(Camera):
         """Reflectance as the ideal filters see it, (band, row, column)."""
         return np.array([self.cells(self.scene.seen(row, 8)) for row in self.ideal])
 
-    def points(self):
-        size = len(self.scene.over) // 4
-        return {name: (int(y * size), int(x * size)) for name, (y, x) in self.scene.places.items()}
-
 
 class LineScanCamera(Camera):
     """A flight over a landscape: each strip of 8 rows of the frame sees its own wavelength."""
@@ -647,7 +648,7 @@ class LineScanCamera(Camera):
         self.white_signal[self.lit] = self.strength.repeat(self.strip)[:, None]
 
     def frames(self):
-        """The scene moves down the sensor by one strip a frame, its lower end first: the band at place i sees in frame t
+        """The scene moves down the sensor by a strip a frame, its lower end first: the band at place i sees in frame t
         what the first band saw in frame t - i."""
         slices = len(self.scene.over) // self.strip
         seen = np.array([s * self.scene.seen(row, 1) for s, row in zip(self.strength, self.filters)])
@@ -660,9 +661,6 @@ class LineScanCamera(Camera):
 
     def truth(self):
         return np.array([self.scene.seen(row, 1) for row in self.ideal])
-
-    def points(self):
-        return {name: (int(y * len(self.scene.over)), int(x * len(self.scene.over))) for name, (y, x) in self.scene.places.items()}
 
 
 class RgbxCamera:
