@@ -344,7 +344,7 @@ def landscape(height, width):
         _tree(scene, tx, river(tx) + bank, random.uniform(0.011, 0.017), "leaf", 0.9, k)
     _village(scene, 2.3, 0.165, random)
     _sports_ground(scene, 1.3, 0.15)
-    scene.places |= {"river": (river(2.7), 2.7), "wood": (0.12, 3.45), "ploughed field": (0.42, 1.04)}
+    scene.places |= {"river": (river(2.7), 2.7), "wood": (0.12, 3.45), "ploughed field": (0.84, 2.9)}
     return scene
 
 
@@ -374,15 +374,12 @@ def _fields(scene, x, y, random):
 
 def _tree(scene, x, y, radius, foliage, shade, seed):
     """A crown is a dome with a sunlit and a shaded side, standing in its own shadow."""
-    for place, tone in ((0.55 * radius, 0), (0, shade)):
-        box, dx, dy = scene.box(x + place, y + 0.9 * place, 1.3 * radius)
-        u, v = dx / radius, dy / radius
-        inside = np.hypot(u, v) < 1 + 0.16 * bumps(np.arctan2(v, u) * 2.2 + 9, 90 * radius, seed)
-        if tone:
-            lit = (0.8 - 0.28 * (u + v) - 0.12 * (u * u + v * v)) * (1 + 0.3 * texture(dx * 150, dy * 150, 2, seed))
-            scene.paint(inside, foliage, tone * lit, box=box)
-        else:
-            scene.paint(inside, "leaf", 0.3, "soil", 0.5, box)
+    scene.shadow(x + 0.5 * radius, y + 0.45 * radius, 1.15 * radius, 1.15 * radius)
+    box, dx, dy = scene.box(x, y, 1.3 * radius)
+    u, v = dx / radius, dy / radius
+    lit = (0.8 - 0.28 * (u + v) - 0.12 * (u * u + v * v)) * (1 + 0.3 * texture(dx * 150, dy * 150, 2, seed))
+    edge = 1 + 0.16 * bumps(np.arctan2(v, u) * 2.2 + 9, 90 * radius, seed)
+    scene.paint(np.hypot(u, v) < edge, foliage, shade * lit, box=box)
 
 
 def _village(scene, x, y, random):
@@ -582,6 +579,7 @@ class Camera:
 
     def __init__(self, height, width, wavelengths, order, filter_width, columns, noise):
         self.sensor, self.wavelengths, self.order = Sensor(height, width), wavelengths, order
+        self.bias = self.sensor.bias
         self.ideal = ideal_filters(wavelengths, filter_width)
         self.filters = real_filters(wavelengths[order], filter_width, columns)
         self.matrix = correction_matrix(self.ideal, self.filters, noise)
@@ -595,9 +593,6 @@ class Camera:
         """Samples of the cube that show what the scene names."""
         size = len(self.scene.over) // self.pixels_per_sample
         return {name: (int(y * size), int(x * size)) for name, (y, x) in self.scene.places.items()}
-
-    def bias(self):
-        return self.sensor.bias()
 
 
 class SnapshotCamera(Camera):
