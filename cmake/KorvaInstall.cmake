@@ -48,3 +48,7 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_IN
   OUTPUT_VARIABLE korva_pc_includedir)
 configure_file(cmake/korva_reference_api.pc.in ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korva_reference_api.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(PROJECT_IS_TOP_LEVEL)
+  include(cmake/KorvaPackage.cmake)
+endif()
