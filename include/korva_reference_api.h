@@ -25,8 +25,13 @@
  *              arrays unless a routine says "in place". Nothing outside the stated samples is read or written.
  * Checks       There are none: no argument is validated and no failure is reported. Each routine states its
  *              limits; outside them the behaviour is undefined unless "At the limits" says otherwise.
+ * Stack        No call takes more than 64 KiB. Spectral correction of cubes and pixel runs comes near it, the median
+ *              filters take up to 50 KiB, and all other routines less than 24.
  * Threads      The library has no state. Calls may run at the same time on any threads as long as none of them
  *              writes memory that another one reads or writes.
+ *
+ * Release      The macros below tell which release a host is compiled against. The file of the library tells its own as
+ *              text: strings libkorva_reference_api.so.1.0 | grep 'korva_reference_api release'
  *
  * C and C++ see the same functions. C++ also has overloads without the sample-type suffix for the reflectance
  * family and for the spectral correction of cubes.
@@ -46,13 +51,17 @@
 
 /*
  * C, unlike C++, does not convert a float*** to a pointer whose inner levels are const. So C sees those
- * parameters without the inner qualifiers and takes a host's arrays as they are; a C host whose rows are const casts
- * them. The calling convention is one.
+ * parameters without the inner qualifiers and takes a host's arrays as they are. A C host whose own rows are const gets
+ * C++'s view of them, before the header is included, by
+ *
+ *   #define KORVA_INNER_CONST const
  */
+#ifndef KORVA_INNER_CONST
 #ifdef __cplusplus
 #define KORVA_INNER_CONST const
 #else
 #define KORVA_INNER_CONST
+#endif
 #endif
 
 #ifdef __cplusplus
@@ -640,7 +649,8 @@ KORVA_API void KORVA_Ref_MF_Median2D_3x3_uint16(unsigned short** out, unsigned s
 
 /*
  * Replaces every float by the median of its 3 x 3 neighbourhood, clipped to the image; otherwise as for uint16.
- * Full windows with NaNs give what the 9-sample network gives for the window taken row by row.
+ * Full windows with NaNs give what the 9-sample network gives for the window taken row by row. In border windows a NaN
+ * leaves the result undefined.
  */
 KORVA_API void KORVA_Ref_MF_Median2D_3x3_float(float** out, float** in, unsigned long* height, unsigned long* width);
 
@@ -660,7 +670,8 @@ KORVA_API void KORVA_Ref_MF_Median2D_5x5_uint16(unsigned short** out, unsigned s
 
 /*
  * Replaces every float by the median of its 5 x 5 neighbourhood, clipped to the image; otherwise as for uint16.
- * Full windows with NaNs give what the 25-sample network gives for the window taken row by row.
+ * Full windows with NaNs give what the 25-sample network gives for the window taken row by row, the 3 x 3 windows in
+ * the corners what the 9-sample network gives for theirs. In the other border windows a NaN leaves the result undefined.
  */
 KORVA_API void KORVA_Ref_MF_Median2D_5x5_float(float** out, float** in, unsigned long* height, unsigned long* width);
 
@@ -866,7 +877,8 @@ KORVA_API void KORVA_Ref_RGBX_FreeNewWLIBuffers_float(NewWLIBuffers buffers);
  *   kb, kr          luma weights of blue and red
  *   weight          the share of the RGB luma's detail; the X band's detail gets 1 - weight
  *
- * Limits: in, out and buffers share no samples. At the limits: width 6 or height 6 writes nothing to out.
+ * Limits: in, out and buffers share no samples. The kernel is copied first and may lie in any of them.
+ * At the limits: width 6 or height 6 writes nothing to out.
  */
 KORVA_API void KORVA_Ref_RGBX_ComputeNewWLI_float(float*** out, float*** in, unsigned long width,
                                                   unsigned long height, double const* kernel, NewWLIBuffers buffers,
