@@ -16,7 +16,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from ._arrays import count, fail, real, require_memory
-from .raw_files import path_of, require_file, write_raw_data, written_beside
+from .raw_files import path_of, require_file, write_raw_data, replacing
 
 _TYPES = {
     number: np.dtype(name) for number, name in
@@ -45,16 +45,30 @@ class Header:
     others: dict[str, str] = field(default_factory=dict)
 
 
+# Endings of data files that a header without one may describe.
+_ENDINGS = ("", ".raw", ".img", ".dat", ".bin", ".bsq", ".bil", ".bip")
+
+
+def _header_of(data: str) -> str:
+    """The header of a data file: cube.raw.hdr, or cube.hdr unless that describes another file of this name."""
+    base, ending = os.path.splitext(data)
+    others = (base + other for other in _ENDINGS if other != ending)
+    if os.path.exists(f"{data}.hdr") or any(os.path.isfile(o) and not os.path.exists(f"{o}.hdr") for o in others):
+        return f"{data}.hdr"
+    return f"{base}.hdr"
+
+
 def _paths(path: str | os.PathLike[str]) -> tuple[str, str]:
     """The data file and the header file of a cube that is named by either."""
     name = path_of("path", path)
-    base, extension = os.path.splitext(name)
-    if extension.lower() != ".hdr":
-        beside = next((hdr for hdr in (f"{base}.hdr", f"{name}.hdr") if os.path.exists(hdr)), f"{base}.hdr")
-        return name, beside
-    for suffix in ("", ".raw", ".img", ".dat", ".bin", ".bsq", ".bil", ".bip"):
-        if os.path.isfile(base + suffix):
-            return base + suffix, name
+    base, ending = os.path.splitext(name)
+    if ending.lower() != ".hdr":
+        header = _header_of(name)
+        # Of two files and one header, only the size of the samples tells which one it describes.
+        return name, header if os.path.exists(header) else f"{base}.hdr"
+    described = [base + other for other in _ENDINGS if os.path.isfile(base + other)]
+    for data in (*(data for data in described if not os.path.exists(f"{data}.hdr")), *described):
+        return data, name
     raise FileNotFoundError(f"{name}: expected its data file beside it, such as {base}.raw, found none")
 
 
@@ -153,9 +167,10 @@ def write(
     wavelength: Sequence[float] | NDArray[Any] | None = None, wavelength_units: str = "Nanometers",
     default_bands: Sequence[int] | None = None, description: str = "", others: Mapping[str, str] | None = None,
 ) -> None:
-    """Writes a cube, (band, row, column), or an image, (row, column), and the header beside it with the ending .hdr.
+    """Writes a cube, (band, row, column), or an image, (row, column), and its header beside it.
 
-    Both files take their names when they are complete. The samples are of an integer, float or complex type that ENVI
+    The header of cube.raw is cube.hdr, or cube.raw.hdr where cube.hdr describes another file, such as cube.img. Both
+    files take their names when they are complete. The samples are of an integer, float or complex type that ENVI
     knows. default_bands, one for grey or three for red, green and blue, count from 0.
 
     >>> write("cube.raw", np.zeros((4, 5), np.uint16), description="a dark frame")
@@ -163,8 +178,7 @@ def write(
     ['samples = 5', 'lines = 4', 'bands = 1']
     """
     name = path_of("path", path)
-    base, extension = os.path.splitext(name)
-    if extension.lower() == ".hdr":
+    if name.lower().endswith(".hdr"):
         fail("path", "the name of the data file", name)
     if not isinstance(cube, np.ndarray) or cube.dtype.newbyteorder("=") not in _NUMBERS:
         found = getattr(cube, "dtype", type(cube).__name__)
@@ -203,7 +217,7 @@ def write(
     for key, text in [("description", description), *((key, str(value)) for key, value in header.items())]:
         if "\n" in text or re.search(r"[{}]", text[1:-1] if text[:1] == "{" and text[-1:] == "}" else text):
             fail(key, "one line without braces inside", repr(text))
-    with written_beside(f"{base}.hdr") as beside:
+    with replacing(_header_of(name)) as beside:
         with open(beside, "w", encoding="utf-8") as file:
             file.write(f"ENVI\ndescription = {{{description or os.path.basename(name)}}}\n")
             file.writelines(f"{key} = {value}\n" for key, value in header.items())

@@ -83,9 +83,8 @@ def apply_kernel_7x7(image: Image, kernel: ArrayLike, *, out: Image | None = Non
 def _convert(name: str, image: Image, kb: float, kr: float, out: Image | None, in_place: bool) -> Image:
     kb, kr = real("kb", kb), real("kr", kr)
     view = array("image", image, (FLOAT32,), 3)
-    if len(view) < 3:
-        fail("image", "at least 3 planes", len(view))
-    view = view[:3]
+    if len(view) != 3:
+        fail("image", "3 planes, (plane, row, column)", f"shape {view.shape}")
     inputs: Any = {"onto": (view,)} if in_place else {"apart": (view,)}
     target = output(out, view.shape, FLOAT32, is_planes, **inputs)
     if target.size:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import errno
 import math
 import os
 import stat
@@ -37,16 +38,32 @@ def require_file(path: str, size: int, what: str) -> None:
 
 
 @contextmanager
-def written_beside(path: str) -> Iterator[str]:
-    """Names a new file beside path; it takes path's place when the block ends well, and vanishes otherwise."""
-    folder, name = os.path.split(path)
-    beside = os.path.join(folder, f".{name}.{uuid.uuid4().hex}")
-    open(beside, "xb").close()
+def replacing(path: str) -> Iterator[str]:
+    """Names the file to write instead of path, which takes its place, and its mode, when the block ends well.
+
+    A link is followed. What is no regular file, such as a device or a pipe, is itself the file to write.
+    """
+    target = os.path.realpath(path)
+    beside = os.path.join(os.path.dirname(target), f".{os.path.basename(target)}.{uuid.uuid4().hex}")
     try:
-        yield beside
-        os.replace(beside, path)
-    except BaseException:
-        os.unlink(beside)
+        mode = os.stat(target).st_mode if os.path.lexists(target) else None
+        if mode is not None and not stat.S_ISREG(mode):
+            yield target
+            return
+        if mode is not None and not os.access(target, os.W_OK):
+            raise PermissionError(errno.EACCES, os.strerror(errno.EACCES), target)
+        open(beside, "xb").close()
+        try:
+            if mode is not None:
+                os.chmod(beside, stat.S_IMODE(mode))
+            yield beside
+            os.replace(beside, target)
+        except BaseException:
+            os.unlink(beside)
+            raise
+    except OSError as error:
+        if error.filename in (beside, target):
+            error.filename, error.filename2 = path, None
         raise
 
 
@@ -84,6 +101,7 @@ def read_raw_data(
 def write_raw_data(path: str | os.PathLike[str], data: NDArray[Any]) -> None:
     """Writes an array's samples, row after row, to a raw file, which takes its name once it is complete.
 
+    A file of that name keeps its mode, a link is followed, and a device or pipe is written to as it stands.
     Calls KORVA_Ref_WriteRawDataToDisk.
 
     >>> write_raw_data("counts.raw", np.array([[1, 2, 3], [4, 5, 6]], np.uint16))
@@ -95,8 +113,12 @@ def write_raw_data(path: str | os.PathLike[str], data: NDArray[Any]) -> None:
         fail("data", "a NumPy array", type(data).__name__, TypeError)
     _sample_type(data.dtype.newbyteorder("="))
     view = readable(np.ndarray.view(data, np.ndarray), is_run)
-    with written_beside(name) as beside:
-        call("KORVA_Ref_WriteRawDataToDisk", run(view), b"", os.fsencode(beside), view.size, view.itemsize)
-        found = os.path.getsize(beside)
+    with replacing(name) as file:
+        if not os.path.isfile(file):
+            with open(file, "wb") as device:  # Not through the library, which would keep a failure to itself.
+                device.write(view.reshape(-1).view(np.uint8).data)
+            return
+        call("KORVA_Ref_WriteRawDataToDisk", run(view), b"", os.fsencode(file), view.size, view.itemsize)
+        found = os.path.getsize(file)
         if found != view.nbytes:
             raise OSError(f"{name}: expected to write {view.nbytes:,} bytes, {found:,} were written; is the disk full?")

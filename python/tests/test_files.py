@@ -1,6 +1,8 @@
 """Raw files and ENVI cubes: what is written is read back, and what does not fit is refused."""
 
 import os
+import stat
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import numpy as np
@@ -46,6 +48,46 @@ def test_a_short_write_is_reported_and_leaves_no_file(tmp_path, monkeypatch):
     with pytest.raises(OSError, match="expected to write 80 bytes, 1 were written; is the disk full"):
         korva.write_raw_data("data.raw", np.zeros(10))
     assert os.listdir(tmp_path) == []
+
+
+def test_what_stands_at_the_path_is_kept_what_it_is(tmp_path):
+    samples = np.arange(6, dtype=np.uint16)
+    korva.write_raw_data("data.raw", samples)
+    os.chmod("data.raw", 0o640)
+    os.symlink("data.raw", "link.raw")
+    os.symlink("absent.raw", "dangling.raw")
+    for path in ("link.raw", "dangling.raw"):
+        korva.write_raw_data(path, samples + 1)
+        assert os.path.islink(path) and np.array_equal(korva.read_raw_data(path, 6, "u2"), samples + 1)
+    assert os.stat("data.raw").st_mode & 0o777 == 0o640 and not os.path.islink("data.raw")
+    os.mkfifo("pipe")
+    with ThreadPoolExecutor() as reader:
+        received = reader.submit(Path("pipe").read_bytes)
+        korva.write_raw_data("pipe", samples)
+        assert received.result(10) == samples.tobytes() and stat.S_ISFIFO(os.stat("pipe").st_mode)
+    with pytest.raises(OSError, match="No space left"):
+        korva.write_raw_data("/dev/full", np.zeros(10000))
+    korva.write_raw_data("/dev/null", samples)
+    assert stat.S_ISCHR(os.stat("/dev/null").st_mode) and stat.S_ISCHR(os.stat("/dev/full").st_mode)
+    for path in ("no/b.raw", "."):
+        with pytest.raises(OSError) as caught:
+            korva.write_raw_data(path, samples)
+        assert caught.value.filename == path
+
+
+def test_a_header_describes_one_file():
+    small, large = np.ones((2, 3, 4), np.uint16), np.ones((5, 6, 7), np.float32)
+    envi.write("x.raw", small)
+    envi.write("x.img", large)
+    envi.write("x.dat", large[:1])
+    envi.write("x.raw", small[:1])
+    assert sorted(os.listdir()) == ["x.dat", "x.dat.hdr", "x.hdr", "x.img", "x.img.hdr", "x.raw"]
+    for path, shape in {"x.raw": (1, 3, 4), "x.hdr": (1, 3, 4), "x.img": (5, 6, 7), "x.dat.hdr": (1, 6, 7)}.items():
+        assert envi.read(path)[0].shape == shape
+    # A raw file without a header is not given the one of its neighbour.
+    korva.write_raw_data("y.bin", small)
+    envi.write("y.raw", large)
+    assert os.path.exists("y.raw.hdr") and not os.path.exists("y.hdr")
 
 
 @pytest.mark.parametrize("interleave", ["bsq", "bil", "bip"])
