@@ -110,29 +110,22 @@ def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
     run(sys.executable, "-m", "venv", "--system-site-packages", "venv")
     python = tmp_path / "venv/bin/python"
     environment = {key: value for key, value in os.environ.items() if not key.startswith(("PYTHONPATH", "KORVA_"))}
-    # From a copy of the two folders that it needs: the build leaves files beside the sources.
-    for folder in ("python", "include"):
-        run("cp", "-r", ROOT / folder, tmp_path / folder)
-    pip = (python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index")
-    run(*pip, tmp_path / "python", env=environment)
-    library = tmp_path / "venv/lib/libkorva_reference_api.so.1.0"
-    library.write_bytes(Path(os.environ["KORVA_REFERENCE_LIBRARY"]).read_bytes())
+    # From a copy of what it needs: the build leaves files beside the sources.
+    for part in ("python", "include", "src", "cmake", "CMakeLists.txt"):
+        run("cp", "-r", ROOT / part, tmp_path / part)
+    run(python, "-m", "pip", "install", "-q", "--no-build-isolation", "--no-index", "./python", env=environment)
     where = run(python, "-c", "import korva_reference as k; print(k.__file__)", env=environment, cwd="/").strip()
-    assert where.startswith(str(tmp_path / "venv"))
-    assert (Path(where).parent / "py.typed").exists()
-    version = run(python, "-c", "from importlib.metadata import version; print(version('korva-reference'))", cwd="/")
-    header = (tmp_path / "include/korva_reference_api.h").read_text()
-    for part, number in zip(("MAJOR", "MINOR", "PATCH"), version.strip().split(".")):
-        assert f"KORVA_REFERENCE_API_VERSION_{part} {number}\n" in header
+    assert where.startswith(str(tmp_path / "venv")) and (Path(where).parent / "py.typed").exists()
     output = run(python, "-m", "pytest", "-q", "-p", "no:cacheprovider", "--doctest-modules", "--rootdir=venv",
                  Path(where).parent, env=environment, cwd=tmp_path)
     assert " passed" in output and "skipped" not in output
 
 
 def test_reflectance_example_draws_its_pictures_and_takes_own_frames(tmp_path):
-    output = run(sys.executable, EXAMPLES / "reflectance.py", "--width=512", "--height=272", "--output=own")
-    angles = [float(word) for word in output.split() if word.replace(".", "").isdigit()][:2]
-    assert angles[1] < 0.3 * angles[0] and angles[1] < 2, output
+    example = [sys.executable, EXAMPLES / "reflectance.py", "--width=512", "--height=272"]
+    output = run(*example, "--output=own")
+    measured, corrected = (float(word) for word in output.split() if word.replace(".", "").isdigit())
+    assert corrected < 0.3 * measured and corrected < 2, output
     assert {path.name for path in Path("own").iterdir()} == {
         "1_frame.png", "2_composite.png", "3_spectra.png", "4_error.png", "reflectance.raw", "reflectance.hdr"}
     sys.path.insert(0, str(EXAMPLES))
@@ -142,7 +135,6 @@ def test_reflectance_example_draws_its_pictures_and_takes_own_frames(tmp_path):
     for name in ("frame", "white", "bias"):
         korva.write_raw_data(f"{name}.raw", getattr(camera, name)())
     np.savetxt("matrix.txt", camera.matrix)
-    run(sys.executable, EXAMPLES / "reflectance.py", "--width=512", "--height=272", "--frame=frame.raw",
-        "--white=white.raw", "--bias=bias.raw", "--matrix=matrix.txt", "--exposure=1.1", "--points", "30,20", "5,5", "--output=given")
+    run(*example, "--frame=frame.raw", "--white=white.raw", "--bias=bias.raw", "--matrix=matrix.txt", "--exposure=1.1",
+        "--points", "30,20", "5,5", "--output=given")
     assert Path("given/reflectance.raw").read_bytes() == Path("own/reflectance.raw").read_bytes()
-    assert not Path("given/4_error.png").exists()
