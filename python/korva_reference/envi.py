@@ -9,6 +9,7 @@ import math
 import os
 import re
 import sys
+import warnings
 from dataclasses import dataclass, field
 from typing import Any, Mapping, Sequence
 
@@ -30,7 +31,10 @@ _MACHINE = 0 if sys.byteorder == "little" else 1
 
 @dataclass
 class Header:
-    """What an ENVI header says. default_bands count from 0 here, and from 1 in the file."""
+    """What an ENVI header says; it can be changed, and given to write.
+
+    default_bands count from 0 here, and from 1 in the file. others has all further fields, a list for each in braces.
+    """
 
     samples: int
     lines: int
@@ -42,8 +46,12 @@ class Header:
     wavelength_units: str = ""
     default_bands: list[int] = field(default_factory=list)
     description: str = ""
-    others: dict[str, str] = field(default_factory=dict)
+    others: dict[str, str | list[str]] = field(default_factory=dict)
+    # Each field as the file spells it, name and value, in the file's order: what was not changed is written so again.
+    spelling: dict[str, tuple[str, str]] = field(default_factory=dict, repr=False, compare=False)
 
+
+_KNOWN = ("description", "default bands", "wavelength units", "wavelength")
 
 # Endings of data files that a header without one may describe.
 _ENDINGS = ("", ".raw", ".img", ".dat", ".bin", ".bsq", ".bil", ".bip")
@@ -72,14 +80,15 @@ def _paths(path: str | os.PathLike[str]) -> tuple[str, str]:
     raise FileNotFoundError(f"{name}: expected its data file beside it, such as {base}.raw, found none")
 
 
-def _fields(path: str) -> dict[str, str]:
-    with open(path, encoding="utf-8", errors="replace") as file:
+def _fields(path: str) -> dict[str, tuple[str, str]]:
+    # Bytes that are not UTF-8 are carried along.
+    with open(path, encoding="utf-8-sig", errors="surrogateescape") as file:
         text = file.read(1 << 24)
-    if text.split("\n", 1)[0].strip() != "ENVI":
+    if text.split("\n", 1)[0].strip().upper() != "ENVI":
         fail(path, "ENVI in the first line", repr(text[:20]))
     text = re.sub(r"^;.*$", "", text, flags=re.MULTILINE)
     found = re.findall(r"^([^=\n{}]+)=[ \t]*(\{[^}]*\}|[^\n]*)", text, flags=re.MULTILINE)
-    return {key.strip().lower(): value.strip("{} \t\r\n") for key, value in found}
+    return {name.strip().lower(): (name.strip(), value.strip()) for name, value in found}
 
 
 def _several(argument: str, values: Any) -> list[Any]:
@@ -89,10 +98,34 @@ def _several(argument: str, values: Any) -> list[Any]:
         fail(argument, "a sequence of numbers", type(values).__name__, TypeError)
 
 
+def _band(text: str) -> int:
+    number = float(text)
+    if not number.is_integer():
+        raise ValueError(text)
+    return int(number) - 1
+
+
+def _value(key: str, text: str, bands: int) -> Any:
+    """What the text of a field stands for. Wavelengths and default bands that cannot be those of the bands are []."""
+    inner = text.strip("{} \t\n")
+    items = [item.strip() for item in inner.split(",")]
+    if key not in ("wavelength", "default bands"):
+        return items if text.startswith("{") and key != "description" else inner
+    try:
+        if key == "wavelength":
+            wavelength = [float(item) for item in items if item]
+            return wavelength if len(wavelength) == bands else []
+        shown = [_band(item) for item in items if item]
+        return shown if all(0 <= band < bands for band in shown) else []
+    except ValueError:
+        return []
+
+
 def read_header(path: str | os.PathLike[str]) -> Header:
     """Reads the header of a cube that is named by its data file or its header."""
     _, hdr = _paths(path)
-    values = _fields(hdr)
+    spelling = _fields(hdr)
+    values = {key: text for key, (_, text) in spelling.items()}
 
     def whole(key: str, default: str | None = None, least: int = 0) -> int:
         text = values.pop(key, default)
@@ -101,9 +134,6 @@ def read_header(path: str | os.PathLike[str]) -> Header:
         if not text.isdecimal() or len(text) > 18 or int(text) < least:
             fail(hdr, f"a whole number of at least {least} as '{key}'", repr(text))
         return int(text)
-
-    def several(key: str) -> list[str]:
-        return [text.strip() for text in values.pop(key, "").split(",") if text.strip()]
 
     samples, lines, bands = (whole(key, least=1) for key in ("samples", "lines", "bands"))
     data_type = whole("data type")
@@ -117,17 +147,15 @@ def read_header(path: str | os.PathLike[str]) -> Header:
     if interleave not in _AXES:
         fail(hdr, "an interleave of bsq, bil or bip", interleave)
     header = Header(samples, lines, bands, dtype.newbyteorder("<" if byte_order == 0 else ">"), interleave,
-                    whole("header offset", "0"))
-    try:
-        header.wavelength = [float(text) for text in several("wavelength")]
-        header.default_bands = [int(text) - 1 for text in several("default bands")]
-    except ValueError:
-        fail(hdr, "numbers as 'wavelength' and 'default bands'", "something else")
-    if header.wavelength and len(header.wavelength) != bands:
-        fail(hdr, f"a wavelength for each of {bands} bands", len(header.wavelength))
-    header.wavelength_units = values.pop("wavelength units", "")
-    header.description = values.pop("description", "")
-    header.others = values
+                    whole("header offset", "0"), spelling=spelling)
+    for key in ("wavelength", "default bands"):
+        text = values.get(key, "")
+        if text.strip("{} \t\n") and not _value(key, text, bands):
+            warnings.warn(f"{hdr}: '{key}' does not fit {bands} bands and is passed over", stacklevel=2)
+    for key in _KNOWN:
+        if key in values:
+            setattr(header, key.replace(" ", "_"), _value(key, values.pop(key), bands))
+    header.others = {key: _value(key, text, bands) for key, text in values.items()}
     return header
 
 
@@ -163,15 +191,20 @@ def read(path: str | os.PathLike[str], *, memory_map: bool = False) -> tuple[NDA
 
 
 def write(
-    path: str | os.PathLike[str], cube: NDArray[Any], *, interleave: str = "bsq",
-    wavelength: Sequence[float] | NDArray[Any] | None = None, wavelength_units: str = "Nanometers",
-    default_bands: Sequence[int] | None = None, description: str = "", others: Mapping[str, str] | None = None,
+    path: str | os.PathLike[str], cube: NDArray[Any], *, header: Header | None = None, interleave: str | None = None,
+    wavelength: Sequence[float] | NDArray[Any] | None = None, wavelength_units: str | None = None,
+    default_bands: Sequence[int] | None = None, description: str | None = None,
+    others: Mapping[str, str | Sequence[object]] | None = None,
 ) -> None:
     """Writes a cube, (band, row, column), or an image, (row, column), and its header beside it.
 
     The header of cube.raw is cube.hdr, or cube.raw.hdr where cube.hdr describes another file, such as cube.img. Both
     files take their names when they are complete. The samples are of an integer, float or complex type that ENVI
-    knows. default_bands, one for grey or three for red, green and blue, count from 0.
+    knows. default_bands, one for grey or three for red, green and blue, count from 0. interleave is "bsq" unless it is
+    given, and wavelength_units "Nanometers".
+
+    header, as read gives it, has every field that is not given here; what describes the layout follows the array. Lists
+    with an element for each band go, with a warning, when the array has another number of bands.
 
     >>> write("cube.raw", np.zeros((4, 5), np.uint16), description="a dark frame")
     >>> print(open("cube.hdr").read().splitlines()[2:5])
@@ -185,40 +218,78 @@ def write(
         fail("cube", "an array of a sample type that ENVI knows", found, TypeError)
     if cube.ndim not in (2, 3) or not cube.size:
         fail("cube", "2 or 3 dimensions, none of them 0", f"shape {cube.shape}")
-    if interleave not in tuple(_AXES):
-        fail("interleave", "bsq, bil or bip", repr(interleave))
+    if not isinstance(header, (Header, type(None))):
+        fail("header", "a Header", type(header).__name__, TypeError)
+    order = interleave if interleave is not None else header.interleave if header else "bsq"
+    if not isinstance(order, str) or order.lower() not in _AXES:
+        fail("interleave", "bsq, bil or bip", repr(order))
     for argument, text in (("description", description), ("wavelength_units", wavelength_units)):
-        if not isinstance(text, str):
+        if not isinstance(text, (str, type(None))):
             fail(argument, "text", type(text).__name__, TypeError)
     planes = cube if cube.ndim == 3 else cube[np.newaxis]
     bands, lines, samples = planes.shape
-    header: dict[str, object] = {
+
+    values: dict[str, Any] = {"description": description or (header and header.description) or os.path.basename(name)}
+    values |= {
         "samples": samples, "lines": lines, "bands": bands, "header offset": 0, "file type": "ENVI Standard",
-        "data type": _NUMBERS[cube.dtype.newbyteorder("=")], "interleave": interleave, "byte order": _MACHINE,
+        "data type": _NUMBERS[cube.dtype.newbyteorder("=")], "interleave": order.lower(), "byte order": _MACHINE,
     }
+    layout = (*values, "default bands", "wavelength units", "wavelength")
+    names = {key: name for key, (name, _) in header.spelling.items()} if header else {}
+    if header:
+        kept = {"default bands": header.default_bands, "wavelength units": header.wavelength_units,
+                "wavelength": header.wavelength, **header.others}
+        for key, value in kept.items():
+            of_bands = key in ("default bands", "wavelength") or isinstance(value, list) and len(value) == header.bands
+            if (key in values and key != "file type") or not (value or _is_spelled(header, key, value)):
+                continue
+            if of_bands and bands != header.bands:
+                warnings.warn(f"{name}: '{key}' is for {header.bands} bands and is left out", stacklevel=2)
+            else:
+                values[key] = value
     if default_bands is not None:
         shown = [count("default_bands", band, 0, bands - 1) for band in _several("default_bands", default_bands)]
         if len(shown) not in (1, 3):
             fail("default_bands", "1 or 3 bands", len(shown))
-        header["default bands"] = "{" + ", ".join(str(band + 1) for band in shown) + "}"
+        values["default bands"] = shown
     if wavelength is not None:
-        values = [real("wavelength", value) for value in _several("wavelength", wavelength)]
-        if len(values) != bands or not all(map(math.isfinite, values)):
-            fail("wavelength", f"a finite number for each of {bands} bands", values)
-        header["wavelength units"] = wavelength_units
-        header["wavelength"] = "{" + ", ".join(f"{value:.10g}" for value in values) + "}"
+        numbers = [real("wavelength", value) for value in _several("wavelength", wavelength)]
+        if len(numbers) != bands or not all(map(math.isfinite, numbers)):
+            fail("wavelength", f"a finite number for each of {bands} bands", numbers)
+        values["wavelength units"] = wavelength_units or values.get("wavelength units", "Nanometers")
+        values["wavelength"] = numbers
     if not isinstance(others, (Mapping, type(None))):
         fail("others", "a mapping of names to values", type(others).__name__, TypeError)
     for key, value in (others or {}).items():
-        taken = ("", "description", *header)
-        if not isinstance(key, str) or re.search(r"[={}\n;]", key) or key.strip().lower() in taken:
+        if not isinstance(key, str) or re.search(r"[={}\n;]", key) or key.strip().lower() in ("", *layout):
             fail("others", "names of further header fields", repr(key))
-        header[key] = value
-    for key, text in [("description", description), *((key, str(value)) for key, value in header.items())]:
-        if "\n" in text or re.search(r"[{}]", text[1:-1] if text[:1] == "{" and text[-1:] == "}" else text):
-            fail(key, "one line without braces inside", repr(text))
+        names[key.strip().lower()] = key.strip()
+        values[key.strip().lower()] = value
+    text_of = {key: _text(key, value, header) for key, value in values.items()}
+    keys = sorted(text_of, key=lambda key: list(names).index(key) if key in names else len(names))
     with replacing(_header_of(name)) as beside:
-        with open(beside, "w", encoding="utf-8") as file:
-            file.write(f"ENVI\ndescription = {{{description or os.path.basename(name)}}}\n")
-            file.writelines(f"{key} = {value}\n" for key, value in header.items())
-        write_raw_data(name, planes.transpose(_AXES[interleave]))
+        with open(beside, "w", encoding="utf-8", errors="surrogateescape") as file:
+            file.write("ENVI\n")
+            file.writelines(f"{names.get(key, key)} = {text_of[key]}\n" for key in keys)
+        write_raw_data(name, planes.transpose(_AXES[order.lower()]))
+
+
+def _is_spelled(header: Header, key: str, value: Any) -> bool:
+    """Whether the header that was read says this of a field, in its own spelling."""
+    return key in header.spelling and _value(key, header.spelling[key][1], header.bands) == value
+
+
+def _text(key: str, value: Any, header: Header | None) -> str:
+    """A field's value as a header has it."""
+    if header and _is_spelled(header, key, value):
+        return header.spelling[key][1]
+    if key == "description":
+        value = [value]
+    elif key == "default bands":
+        value = [band + 1 for band in value]
+    elif key == "wavelength":
+        value = [f"{number:.10g}" if isinstance(number, float) else number for number in value]
+    text = "{" + ", ".join(map(str, value)) + "}" if isinstance(value, (list, tuple)) else str(value)
+    if "\n" in text or re.search(r"[{}]", text[1:-1] if text[:1] == "{" and text[-1:] == "}" else text):
+        fail(key, "one line without braces inside", repr(text))
+    return text

@@ -1,7 +1,9 @@
 """Raw files and ENVI cubes: what is written is read back, and what does not fit is refused."""
 
 import os
+import re
 import stat
+import warnings
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -135,14 +137,64 @@ def test_envi_reads_offset_foreign_byte_order_and_free_form():
     assert korva.crop_image(cube[1], 0, 0, 2, 1).tolist() == [[2, 3]]
 
 
+@pytest.mark.parametrize("line, becomes", [
+    ("ENVI\n", "\ufeffenvi \n"), ("400,", "400 nm,"), ("500,", ""), ("bands   = 3", "bands = 3\ndefault bands = {0}"),
+    ("bands   = 3", "bands = 3\ndefault bands = {4, 1, 2}"),
+])
+def test_envi_reads_what_others_write_and_writes_it_back(line, becomes):
+    open("cube.dat", "wb").write(b"12345" + np.arange(6, dtype=">u2").tobytes())
+    open("cube.hdr", "w", encoding="utf-8").write(HEADER.replace(line, becomes, 1))
+    with warnings.catch_warnings(record=True) as told:
+        warnings.simplefilter("always")
+        cube, header = envi.read("cube.hdr")
+        envi.write("again.raw", cube, header=header)
+        again = envi.read("again.raw")
+    assert cube.ravel().tolist() == [0, 1, 2, 3, 4, 5] and np.array_equal(again[0], cube)
+    assert len(told) == (0 if "envi" in becomes else 2) and header.default_bands == []
+    assert header.wavelength == ([] if "0" in line else [400, 500, 600]) == again[1].wavelength
+    for field in re.findall(r"^(?:wavelength|default bands) = \{[^}]*\}", open("cube.hdr").read(), re.MULTILINE):
+        assert field in open("again.hdr").read()
+
+
+FOREIGN = b"""ENVI
+Description = {of two
+ lines, 20 \xb0C}
+samples = 4\nlines = 3\nbands = 2\ndata type = 1\ninterleave = BIP
+map info = {UTM, 1, 1,  500.5}
+Wavelength = {450.0,550.00}
+band names = {a, b}
+sensor type = Unknown
+default bands = {2.0}
+"""
+
+
+def test_a_header_that_was_read_is_written_with_every_field_and_can_be_changed():
+    open("a.img", "wb").write(bytes(24))
+    open("a.hdr", "wb").write(FOREIGN)
+    cube, header = envi.read("a.img")
+    assert header.others["map info"] == ["UTM", "1", "1", "500.5"] and header.default_bands == [1]
+    envi.write("b.raw", cube.astype(np.float32), header=header)
+    lines = open("b.hdr", "rb").read()
+    for kept in (FOREIGN[: FOREIGN.index(b"samples")], FOREIGN[FOREIGN.index(b"map info") :]):
+        assert kept in lines
+    assert b"data type = 4\ninterleave = bip\n" in lines and b"byte order = 0\n" in lines
+    header.wavelength, header.others["map info"] = [451, 550], ["UTM", 2]
+    envi.write("c.raw", cube, header=header, interleave="BSQ", others={"Sensor Type": "X"})
+    text = open("c.hdr", encoding="latin-1").read()
+    for field in ("map info = {UTM, 2}", "Wavelength = {451, 550}", "Sensor Type = X", "interleave = bsq"):
+        assert text.count(field) == 1
+    with pytest.warns(UserWarning, match="'band names' is for 2 bands"):
+        envi.write("d.raw", cube[:1], header=header)
+    assert b"band names" not in open("d.hdr", "rb").read() and b"avelength" not in open("d.hdr", "rb").read()
+
+
 @pytest.mark.parametrize("line, becomes, words", [
     ("ENVI\n", "ENVY\n", "expected ENVI in the first line"), ("lines   = 1", "lines = 2", "expected 29 bytes"),
     ("data type = 12", "", "expected a line 'data type = ...', found none"), ("= 12", "= 7", "a data type among"),
     ("byte order = 1", "", "expected a line 'byte order = ...', found none"), ("= BIL", "= BIX", "an interleave"),
     ("lines   = 1", "lines = 0", "at least 1 as 'lines', found '0'"), ("= 5", "= -5", "as 'header offset', found '-5'"),
-    ("byte order = 1", "byte order = 2", "expected a byte order of 0 or 1"), ("400,", "400 nm,", "numbers as"),
+    ("byte order = 1", "byte order = 2", "expected a byte order of 0 or 1"), ("= 2", "= 9999999999999999999", "as 'samples'"),
     ("byte order = 1", " " * 100000, "expected a line 'byte order = ...', found none"),
-    ("500,", "", "a wavelength for each of 3 bands, found 2"), ("= 2", "= 9999999999999999999", "as 'samples'"),
 ])
 def test_envi_header_faults(line, becomes, words):
     open("cube.dat", "wb").write(b"12345" + bytes(12))
