@@ -1,20 +1,17 @@
-/* Corrects spectra with const rows throughout and says which version did it. */
-#define KORVA_INNER_CONST const
+/* Copies a rectangle out of a frame and says which version did it. */
 #include <korva_reference_api.h>
 #include <stdio.h>
 
 int main(void) {
-  static float const low[2] = {2, 4}, high[2] = {4, 6};
-  static double const sum[2] = {1, 1}, mean[2] = {0.5, 0.5};
-  float const* const in[2] = {low, high};
-  float const* const* const cube[2] = {in, in + 1};
-  double const* const matrix[2] = {mean, sum};
-  float first[2], second[2];
-  float* const out[2] = {first, second};
-  float* const* const planes[2] = {out, out + 1};
-  double scratch[2];
-  KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float(planes, scratch, cube, matrix, 2, 2, 2);
-  printf("%d.%d.%d: %g %g %g %g\n", KORVA_REFERENCE_API_VERSION_MAJOR, KORVA_REFERENCE_API_VERSION_MINOR,
-         KORVA_REFERENCE_API_VERSION_PATCH, first[0], first[1], second[0], second[1]);
+  unsigned short** frame;
+  unsigned short** part;
+  KORVA_Ref_AllocateArray2D_uint16(&frame, 4, 3);
+  KORVA_Ref_AllocateArray2D_uint16(&part, 2, 2);
+  for (unsigned short k = 0; k < 12; ++k) frame[0][k] = k;
+  KORVA_Ref_CG_CropImage_uint16(part, frame, 4, 3, 1, 1, 2, 2);
+  printf("%d.%d.%d: %d %d %d %d\n", KORVA_REFERENCE_API_VERSION_MAJOR, KORVA_REFERENCE_API_VERSION_MINOR,
+         KORVA_REFERENCE_API_VERSION_PATCH, part[0][0], part[0][1], part[1][0], part[1][1]);
+  KORVA_Ref_FreeArray2D_uint16(part);
+  KORVA_Ref_FreeArray2D_uint16(frame);
   return 0;
 }

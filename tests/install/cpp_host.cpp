@@ -4,7 +4,7 @@
 #include <cstdio>
 
 int main() {
-  float const in[4] = {4.0f, 6.0f, 7.0f, 11.0f};
+  float const in[4] = {6.0f, 7.0f, 10.0f, 11.0f};
   float const bias[4] = {1.0f, 1.0f, 1.0f, 1.0f};
   float out[4];
   KORVA_Ref_RC_CorrectBias(out, in, bias, 4);
