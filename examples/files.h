@@ -53,8 +53,7 @@ inline std::ifstream openInput(std::string const& path) {
 // Raw files of one or more whole frames of 16-bit samples each, read one frame at a time.
 class Frames {
  public:
-  Frames(std::vector<std::string> const& paths, unsigned long width, unsigned long height)
-      : width_(width), height_(height) {
+  Frames(std::vector<std::string> const& paths, unsigned long width, unsigned long height) {
     std::uintmax_t const frameBytes = std::uintmax_t{2} * width * height;
     for (std::string const& path : paths) {
       openInput(path);
@@ -84,8 +83,6 @@ class Frames {
     std::string path;
     std::uintmax_t offset;
   };
-  unsigned long width_;
-  unsigned long height_;
   std::vector<Place> places_;
 };
 

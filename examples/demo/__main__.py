@@ -108,7 +108,8 @@ class Demo:
         for name, value in options.items():
             words += [f"--{name.replace('_', '-')}", *str(value).split()]
         print("  $", *words, "--output", self.folder / output, flush=True)
-        subprocess.run([*words, "--output", str(self.folder / output)], check=True)
+        if subprocess.run([*words, "--output", str(self.folder / output)]).returncode:
+            sys.exit(f"{host} failed")
 
     def read(self, file):
         return envi.read(self.folder / f"{file}.raw")[0]
@@ -191,11 +192,10 @@ class Spectra(Demo):
 
     def pictures(self, frame, overview):
         """The pictures that every camera gives."""
-        bands = ", ".join(f"{self.camera.wavelengths[band]:.0f}" for band in self.bands)
         for name, draw, width, caption in (
                 ("overview", lambda: self.overview(overview), 100, ""),
-                ("colour_before", lambda: self.colour(self.before), 49, f"Before correction, {bands} nm: "),
-                ("colour_after", lambda: self.colour(self.after), 49, f"After correction, {bands} nm: "),
+                ("colour_before", lambda: self.colour(self.before), 49, f"Before correction, {self.colours}: "),
+                ("colour_after", lambda: self.colour(self.after), 49, f"After correction, {self.colours}: "),
                 ("raw_frame", lambda: shown(frame / np.quantile(frame, 0.995)), 49, "A raw frame: ")):
             self.picture(name, draw, caption + self.told.pop(0), width)
 
@@ -222,7 +222,7 @@ def snapshot(options, name):
     demo.say(f"{worse or 'No'} bands get worse by the correction. " + (
         "What stays wrong is noise, and what neighbouring bands cannot tell apart." if tiled else
         "What stays wrong is at edges: there each band is interpolated from other pixels, and the correction, which "
-        "weighs bands against each other, adds up their errors. Without the blur of the lens some bands would lose by it."))
+        "weighs bands against each other, adds up their errors. Under a lens without blur some bands get worse by it."))
 
     def overview(figure):
         grid = figure.add_gridspec(1, 3, width_ratios=[0.52, 1, 1])
