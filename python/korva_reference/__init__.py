@@ -32,14 +32,35 @@ from .demosaicing import (
 )
 from .image_operations import add, apply_kernel_7x7, mix, rgb_to_ycbcr, subtract, ycbcr_to_rgb
 from .median_filtering import median_1d, median_1d_9, median_1d_25, median_filter_3x3, median_filter_5x5
-from .raw_files import read_raw_data, write_raw_data
+from .raw_files import RawFrames, open_frames, read_raw_data, write_raw_data
 from .reflectance_calculation import INVALID_COEFFICIENT, correct_bias, correction_coefficients, reflectance
 from .rgbx import NewWLIBuffers, rgbx_compute_band, rgbx_compute_new_wli, rgbx_demosaic_frame
+from .roads import (
+    FLAGGED,
+    LineScanRoad,
+    RGBXPictures,
+    RGBXRoad,
+    SnapshotRoad,
+    line_scan_reflectance,
+    line_scan_scene,
+    line_scan_spectra,
+    rgbx_pictures,
+    smoothing_kernel,
+    snapshot_bands,
+    snapshot_reflectance,
+    snapshot_spectra,
+)
 from .spectral_correction import apply_spectral_correction, apply_spectral_correction_bsq
 
 __all__ = [
+    "FLAGGED",
     "INVALID_COEFFICIENT",
+    "LineScanRoad",
     "NewWLIBuffers",
+    "RGBXPictures",
+    "RGBXRoad",
+    "RawFrames",
+    "SnapshotRoad",
     "StitchingBuffer",
     "add",
     "apply_demosaicing_bilinear",
@@ -54,6 +75,9 @@ __all__ = [
     "demosaic_cube",
     "envi",
     "filter_position",
+    "line_scan_reflectance",
+    "line_scan_scene",
+    "line_scan_spectra",
     "loaded_library",
     "median_1d",
     "median_1d_25",
@@ -61,12 +85,18 @@ __all__ = [
     "median_filter_3x3",
     "median_filter_5x5",
     "mix",
+    "open_frames",
     "read_raw_data",
     "reflectance",
     "rgb_to_ycbcr",
     "rgbx_compute_band",
     "rgbx_compute_new_wli",
     "rgbx_demosaic_frame",
+    "rgbx_pictures",
+    "smoothing_kernel",
+    "snapshot_bands",
+    "snapshot_reflectance",
+    "snapshot_spectra",
     "ssm_band_image",
     "ssm_cube",
     "sst_band_image",

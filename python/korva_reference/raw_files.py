@@ -8,7 +8,7 @@ import os
 import stat
 import uuid
 from contextlib import contextmanager
-from typing import Any, Iterator
+from typing import Any, BinaryIO, Iterator, Sequence
 
 import numpy as np
 from numpy.typing import DTypeLike, NDArray
@@ -78,11 +78,12 @@ def _sample_type(dtype: DTypeLike) -> np.dtype[Any]:
 
 
 def read_raw_data(
-    path: str | os.PathLike[str], shape: int | tuple[int, ...], dtype: DTypeLike, *, out: NDArray[Any] | None = None
+    path: str | os.PathLike[str], shape: int | tuple[int, ...], dtype: DTypeLike, *, offset: int = 0,
+    out: NDArray[Any] | None = None,
 ) -> NDArray[Any]:
     """Reads a raw file into an array of the given shape and sample type; the file must hold exactly that.
 
-    Calls KORVA_Ref_ReadRawDataFromDisk.
+    offset is the number of bytes before the samples, of a camera's own header. Calls KORVA_Ref_ReadRawDataFromDisk.
 
     >>> write_raw_data("counts.raw", np.arange(6, dtype=np.uint16))
     >>> read_raw_data("counts.raw", (2, 3), np.uint16).tolist()
@@ -90,12 +91,73 @@ def read_raw_data(
     """
     name, sample_type = path_of("path", path), _sample_type(dtype)
     sizes = tuple(count("shape", size) for size in (shape if isinstance(shape, (tuple, list)) else (shape,)))
-    samples = math.prod(sizes)
-    require_file(name, samples * sample_type.itemsize, f"shape {sizes} of {sample_type}")
+    samples, offset = math.prod(sizes), count("offset", offset)
+    what = f"{offset} and " * bool(offset) + f"shape {sizes} of {sample_type}"
+    require_file(name, offset + samples * sample_type.itemsize, what)
     target = output(out, sizes, sample_type) if out is not None else new(sizes, sample_type, clear=True)
-    with open(name, "rb"):  # The library would keep a refusal to itself.
-        call("KORVA_Ref_ReadRawDataFromDisk", run(target), b"", os.fsencode(name), samples, sample_type.itemsize)
+    with open(name, "rb") as file:  # The library would keep a refusal to itself.
+        if offset:
+            _read_at(file, offset, target)
+        else:
+            call("KORVA_Ref_ReadRawDataFromDisk", run(target), b"", os.fsencode(name), samples, sample_type.itemsize)
     return target if out is None else out
+
+
+def _read_at(file: BinaryIO, offset: int, target: NDArray[Any]) -> None:
+    file.seek(offset)
+    found = file.readinto(target.reshape(-1).view(np.uint8).data) if target.size else 0  # type: ignore[attr-defined]
+    if found != target.nbytes:
+        fail(str(file.name), f"{target.nbytes:,} bytes from byte {offset} on", f"{found:,} bytes")
+
+
+class RawFrames(Sequence[NDArray[Any]]):
+    """The frames of a raw file, each read when it is asked for: frames[7]. Made by open_frames."""
+
+    def __init__(self, path: str, shape: tuple[int, ...], dtype: np.dtype[Any], offset: int, stride: int, number: int):
+        self.path, self.shape, self.dtype = path, shape, dtype
+        self._offset, self._stride, self._number = offset, stride, number
+
+    def __len__(self) -> int:
+        return self._number
+
+    def __getitem__(self, index: Any) -> Any:
+        if isinstance(index, slice):
+            return [self[k] for k in range(*index.indices(self._number))]
+        place = index + self._number if index < 0 else index
+        if not 0 <= place < self._number:
+            raise IndexError(f"frame: expected one of {self._number} frames, found {index}")
+        frame = new(self.shape, self.dtype)
+        with open(self.path, "rb", buffering=0) as file:
+            _read_at(file, self._offset + place * self._stride, frame)
+        return frame
+
+
+def open_frames(
+    path: str | os.PathLike[str], shape: tuple[int, ...], dtype: DTypeLike = np.uint16, *, offset: int = 0,
+    stride: int | None = None,
+) -> RawFrames:
+    """The frames of one raw file as a sequence, of which each is read when it is asked for.
+
+    offset is the number of bytes before the first frame's samples, stride that from one frame's samples to the next's:
+    more than a frame's own where each has a header. The file must end with a whole frame, or what follows each.
+
+    >>> write_raw_data("scan.raw", np.arange(12, dtype=np.uint16))
+    >>> frames = open_frames("scan.raw", (2, 3))
+    >>> len(frames), frames[1].tolist()
+    (2, [[6, 7, 8], [9, 10, 11]])
+    """
+    name, sample_type, offset = path_of("path", path), _sample_type(dtype), count("offset", offset)
+    sizes = tuple(count("shape", size, 1) for size in shape)
+    size = math.prod(sizes) * sample_type.itemsize
+    stride = size if stride is None else count("stride", stride, size)
+    status = os.stat(name)
+    if not stat.S_ISREG(status.st_mode):
+        fail(name, "a regular file", "something else")
+    number, rest = divmod(status.st_size - offset, stride)
+    if number < 0 or 0 < rest < size or not number + bool(rest):
+        fail(name, f"whole frames of {size:,} bytes, {stride:,} apart, from byte {offset} on",
+             f"{status.st_size:,} bytes")
+    return RawFrames(name, sizes, sample_type, offset, stride, number + bool(rest))
 
 
 def write_raw_data(path: str | os.PathLike[str], data: NDArray[Any]) -> None:
