@@ -47,13 +47,17 @@ struct DemosaicBilinear {
   template <typename Sample>
   KORVA_INLINE static void interpolateSquares(Sample* out, double const* top, double const* bottom, std::size_t count,
                                               Weights w) {
-    std::size_t k = 0;
-    for (; k + kLanes <= count; k += kLanes) {
+    auto const interpolate = [=](std::size_t k) __attribute__((always_inline)) {
       auto const s0 = korva::loadLanes<Doubles>(top + k), s1 = korva::loadLanes<Doubles>(top + k + 1);
       auto const s2 = korva::loadLanes<Doubles>(bottom + k), s3 = korva::loadLanes<Doubles>(bottom + k + 1);
-      korva::storeConverted(out + k, ((w.topLeft * s0 + w.topRight * s1) + w.bottomLeft * s2) + w.bottomRight * s3);
-    }
-    for (; k < count; ++k) {
+      return ((w.topLeft * s0 + w.topRight * s1) + w.bottomLeft * s2) + w.bottomRight * s3;
+    };
+    auto const convert = [=](std::size_t k) __attribute__((always_inline)) {
+      korva::storeConverted(out + k, interpolate(k), interpolate(k + kLanes));
+    };
+    for (std::size_t k = 0; k + 2 * kLanes < count; k += 2 * kLanes) convert(k);
+    if (count >= 2 * kLanes) return convert(count - 2 * kLanes);  // overlaps the one before
+    for (std::size_t k = 0; k < count; ++k) {
       out[k] = korva::toSample<Sample>(((w.topLeft * top[k] + w.topRight * top[k + 1]) + w.bottomLeft * bottom[k]) +
                                        w.bottomRight * bottom[k + 1]);
     }
@@ -115,7 +119,11 @@ template <typename Sample>
 void demosaicBilinear(Sample* out, Sample const* in, std::size_t height, std::size_t width, double const* weights,
                       double rowOffset, double columnOffset) {
   Weights const w = {weights[0], weights[1], weights[2], weights[3]};
-  korva::dispatchUpTo32<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
+  if constexpr (std::is_same_v<Sample, double>) {
+    korva::dispatchUpTo32<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
+  } else {
+    korva::dispatch<DemosaicBilinear>(out, in, height, width, w, rowOffset, columnOffset);
+  }
 }
 
 }  // namespace

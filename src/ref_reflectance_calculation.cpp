@@ -7,6 +7,7 @@
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
+#include "internal/prefetch.h"
 #include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
@@ -60,20 +61,26 @@ template <typename Sample, typename Doubles>
 KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, ReflectanceRules<Sample> const& rules) {
   Doubles const product = (sample * coefficient) * rules.reciprocal;
   if constexpr (std::is_same_v<Sample, unsigned short>) {
-    auto const one = korva::broadcast<Doubles>(1.0);
-    return (product > one ? one : product) * rules.fullScale;
+    // Not the other way round: a NaN stays.
+    return korva::lesser(korva::broadcast<Doubles>(1.0), product) * rules.fullScale;
   } else {
     return product;
   }
 }
 
-// The definition, for one sample.
+// The definition, for one sample, without branches. A sample that a rule replaces enters the products as 0: the marker
+// times a count would overflow.
 template <typename Sample>
 KORVA_INLINE Sample reflectance(Sample sample, double coefficient, ReflectanceRules<Sample> const& rules) {
-  if (coefficient == kInvalidCoefficient) return sample <= Sample{0} ? Sample{0} : rules.flagValue;
-  if (sample == rules.flagValue) return rules.flagValue;
-  if (sample >= rules.limitValue) return rules.limitValue;
-  return korva::toSample<Sample>(scaledProduct(static_cast<double>(sample), coefficient, rules));
+  bool const unreferenced = coefficient == kInvalidCoefficient;
+  bool const flagged = sample == rules.flagValue;
+  bool const saturated = sample >= rules.limitValue;
+  double const measured = (unreferenced | flagged | saturated) ? 0.0 : static_cast<double>(sample);
+  Sample result = korva::toSample<Sample>(scaledProduct(measured, coefficient, rules));
+  // From the last rule to the first, so that the first one that applies decides.
+  result = saturated ? rules.limitValue : result;
+  result = flagged ? rules.flagValue : result;
+  return unreferenced ? (sample <= Sample{0} ? Sample{0} : rules.flagValue) : result;
 }
 
 // The same for a vector of samples as doubles, in which samples, flags and limits compare as they do in their own type.
@@ -95,11 +102,15 @@ KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, Reflectan
 }
 
 // Of most blocks no rule replaces a sample, which two or three comparisons per vector tell; these need the products
-// only.
+// only. AVX-512 has masks, with which both compilers make a loop over the definition that does without the question.
 template <int vectorBytes>
 struct ComputeReflectance {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
-  static constexpr std::size_t kBlock = 16;
+  static constexpr bool kHasMasks = vectorBytes == 64;
+  static constexpr std::size_t kBlock = kHasMasks ? 64 : 16;
+  // Samples that are fetched ahead, and from how many on: a frame of 2048 x 1088 takes 0.65 of the time (Zen 5,
+  // AVX-512) or 0.9 (AVX2; Zen 3: 0.75); what fits the second cache would take 1.1.
+  static constexpr std::size_t kAhead = 1024, kLarge = std::size_t{1} << 19;
   using Doubles = korva::Vector<double, kLanes>;
 
   template <typename Sample>
@@ -120,15 +131,19 @@ struct ComputeReflectance {
   }
 
   template <bool byRules, typename Sample>
-  KORVA_INLINE static void computeLanes(Sample* out, Sample const* in, double const* coefficients,
+  KORVA_INLINE static void computeBlock(Sample* out, Sample const* in, double const* coefficients,
                                         ReflectanceRules<Sample> const& rules) {
-    auto const sample = korva::loadWidened<Doubles>(in);
-    auto const coefficient = korva::loadLanes<Doubles>(coefficients);
-    if constexpr (byRules) {
-      korva::storeConverted(out, reflectances(sample, coefficient, rules));
-    } else {
-      korva::storeConverted(out, scaledProduct(sample, coefficient, rules));
-    }
+    auto const compute = [&](std::size_t i) __attribute__((always_inline)) {
+      auto const sample = korva::loadWidened<Doubles>(in + i);
+      auto const coefficient = korva::loadLanes<Doubles>(coefficients + i);
+      if constexpr (byRules) {
+        return reflectances(sample, coefficient, rules);
+      } else {
+        return scaledProduct(sample, coefficient, rules);
+      }
+    };
+    for (std::size_t i = 0; i < kBlock; i += 2 * kLanes)
+      korva::storeConverted(out + i, compute(i), compute(i + kLanes));
   }
 
   template <typename Sample>
@@ -136,14 +151,21 @@ struct ComputeReflectance {
                                ReflectanceRules<Sample> rules) {
     // Only without a conversion does a NaN flag keep its bits.
     bool const isFlagConverted = rules.flagValue == rules.flagValue;
+    bool const isLarge = count >= kLarge;
     std::size_t i = 0;
-    for (; isFlagConverted && i + kBlock <= count; i += kBlock) {
-      if (anyRuleApplies(in + i, coefficients + i, rules)) {
-        for (std::size_t k = i; k < i + kBlock; k += kLanes)
-          computeLanes<true>(out + k, in + k, coefficients + k, rules);
+    for (; (kHasMasks || isFlagConverted) && i + kBlock <= count; i += kBlock) {
+      if (isLarge && i + kAhead + kBlock <= count) {
+        korva::prefetchRow<false>(coefficients + i + kAhead, kBlock);
+        korva::prefetchRow<false>(in + i + kAhead, kBlock);
+        korva::prefetchRow<true>(out + i + kAhead, kBlock);
+      }
+      if constexpr (kHasMasks) {
+        KORVA_INDEPENDENT
+        for (std::size_t k = i; k < i + kBlock; ++k) out[k] = reflectance(in[k], coefficients[k], rules);
+      } else if (anyRuleApplies(in + i, coefficients + i, rules)) {
+        computeBlock<true>(out + i, in + i, coefficients + i, rules);
       } else {
-        for (std::size_t k = i; k < i + kBlock; k += kLanes)
-          computeLanes<false>(out + k, in + k, coefficients + k, rules);
+        computeBlock<false>(out + i, in + i, coefficients + i, rules);
       }
     }
     for (; i < count; ++i) out[i] = reflectance(in[i], coefficients[i], rules);
@@ -199,14 +221,14 @@ void KORVA_Ref_RC_ComputeCorrectionCoefficients(double* coefficients, unsigned s
 
 void KORVA_Ref_RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, unsigned long count,
                                            double divisor, float flagValue, float limitValue) {
-  korva::dispatchUpTo32<ComputeReflectance>(out, in, coefficients, count,
+  korva::dispatch<ComputeReflectance>(out, in, coefficients, count,
                                       ReflectanceRules<float>{1.0 / divisor, flagValue, limitValue, 1.0});
 }
 
 void KORVA_Ref_RC_ComputeReflectance_uint16(unsigned short* out, unsigned short const* in, double const* coefficients,
                                             unsigned long count, double divisor, unsigned short fullScale,
                                             unsigned short flagValue, unsigned short limitValue) {
-  korva::dispatchUpTo32<ComputeReflectance>(
+  korva::dispatch<ComputeReflectance>(
       out, in, coefficients, count,
       ReflectanceRules<unsigned short>{1.0 / divisor, flagValue, limitValue, static_cast<double>(fullScale)});
 }

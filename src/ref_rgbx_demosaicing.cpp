@@ -192,7 +192,7 @@ struct ComputeSparse {
 };
 
 void computeR(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatchUpTo32<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
+  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
 }
 
 void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
@@ -200,7 +200,7 @@ void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, Row
 }
 
 void computeB(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatchUpTo32<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
+  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
 }
 
 void computeX(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {

@@ -17,6 +17,10 @@
 
 namespace korva {
 
+#if KORVA_X86_BUILTINS
+constexpr int kThisRounding = 4;  // tells the builtins of AVX-512 to take the processor's own rounding
+#endif
+
 // A vector of `count` lanes: operators work lane by lane, and c ? a : b selects lane by lane.
 template <typename Lane, int count>
 using Vector [[gnu::vector_size(sizeof(Lane) * count)]] = Lane;
@@ -48,6 +52,7 @@ KORVA_INLINE V lesser(V a, V b) {
 #if KORVA_X86_BUILTINS
   if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_minps256(a, b);
   if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_minps(a, b);
+  if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_minpd512_mask(a, b, a, -1, kThisRounding);
 #endif
   return a < b ? a : b;
 }

@@ -15,7 +15,7 @@ namespace korva {
 // saturates. The comparison selects instead of branching, so that loops over it vectorise.
 KORVA_INLINE unsigned short toUint16(double value) {
   double const shifted = value + 0.5;
-  bool const representable = shifted > -2147483649.0 && shifted < 2147483648.0;
+  bool const representable = __builtin_fabs(shifted) < 2147483648.0;
   return static_cast<unsigned short>(static_cast<std::int32_t>(representable ? shifted : 0.0));
 }
 
@@ -62,6 +62,31 @@ KORVA_INLINE void widenRow(double* target, Sample const* source, std::size_t cou
   for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
 }
 
+// Truncates toward zero. What lies outside the 32-bit range, NaN included, gives lanes whose low 16 bits are 0.
+template <typename Doubles>
+KORVA_INLINE auto truncateLanes(Doubles values) {
+  constexpr int lanes = sizeof(Doubles) / sizeof(double);
+#if KORVA_X86_BUILTINS
+  // The instruction gives 0x80000000 there.
+  if constexpr (lanes == 4) return Vector<int, 4>(__builtin_ia32_cvttpd2dq256(values));
+  if constexpr (lanes == 8) {
+    return Vector<int, 8>(__builtin_ia32_cvttpd2dq512_mask(values, Vector<int, 8>{}, -1, kThisRounding));
+  }
+#endif
+  // One comparison does, since the bits of -2147483648 are 0 too.
+  using Bits = decltype(values < values);
+  Bits const bits = reinterpret_cast<Bits>(values);
+  auto const representable = reinterpret_cast<Doubles>(bits & 0x7fffffffffffffff) < 2147483648.0;
+  return __builtin_convertvector(reinterpret_cast<Doubles>(bits & representable), Vector<int, lanes>);
+}
+
+// The low 16 bits of two vectors.
+KORVA_INLINE Vector<unsigned short, 8> packLanes(Vector<int, 4> first, Vector<int, 4> second) {
+  using Halves = Vector<unsigned short, 8>;
+  return __builtin_shufflevector(reinterpret_cast<Halves>(first), reinterpret_cast<Halves>(second), 0, 2, 4, 6, 8, 10,
+                                 12, 14);
+}
+
 template <typename Doubles, typename Sample>
 KORVA_INLINE void storeConverted(Sample* target, Doubles values) {
   constexpr int lanes = sizeof(Doubles) / sizeof(double);
@@ -70,20 +95,28 @@ KORVA_INLINE void storeConverted(Sample* target, Doubles values) {
   } else if constexpr (std::is_same_v<Sample, float>) {
     storeLanes(target, __builtin_convertvector(values, Vector<float, lanes>));
   } else {
-    Doubles const shifted = values + 0.5;
+    auto const truncated = truncateLanes(values + 0.5);
 #if KORVA_X86_BUILTINS
     if constexpr (lanes == 4) {
-      // The instruction gives 0x80000000 out of range and for NaN, whose low 16 bits are the 0 that is wanted.
-      Vector<int, 4> const low16 = __builtin_ia32_cvttpd2dq256(shifted) & 0xffff;
-      auto const packed = reinterpret_cast<Vector<long long, 2>>(__builtin_ia32_packusdw128(low16, low16));
+      auto const packed = reinterpret_cast<Vector<long long, 2>>(packLanes(truncated, truncated));
       long long const bits = packed[0];
       __builtin_memcpy(target, &bits, sizeof bits);
       return;
     }
 #endif
-    auto const representable = (shifted > -2147483649.0) & (shifted < 2147483648.0);
-    auto const integers = __builtin_convertvector(representable ? shifted : Doubles{}, Vector<int, lanes>);
-    storeLanes(target, __builtin_convertvector(integers, Vector<unsigned short, lanes>));
+    storeLanes(target, __builtin_convertvector(truncated, Vector<unsigned short, lanes>));
+  }
+}
+
+// Two vectors of neighbouring values at once: for 32-byte vectors, packing both takes as long as one.
+template <typename Doubles, typename Sample>
+KORVA_INLINE void storeConverted(Sample* target, Doubles first, Doubles second) {
+  constexpr int lanes = sizeof(Doubles) / sizeof(double);
+  if constexpr (std::is_same_v<Sample, unsigned short> && lanes == 4) {
+    storeLanes(target, packLanes(truncateLanes(first + 0.5), truncateLanes(second + 0.5)));
+  } else {
+    storeConverted(target, first);
+    storeConverted(target + lanes, second);
   }
 }
 
