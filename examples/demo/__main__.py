@@ -51,8 +51,12 @@ TOLD = {
         "blue pool.", "each strip of 8 rows sees another wavelength. Fields brighten downwards, water stays dark."),
     "rgbx": (
         "RGBX: 2048 x 1088 samples", "A painting under which an earlier drawing lies in charcoal, through a tile of "
-        "R, G, B and near-infrared filters. Stuck pixels are found in a dark and a flat frame."),
-    "rgbx_photo": ("Your picture through RGBX", "X sees its luma, as if that filter were clear."),
+        "R, G, B and near-infrared filters. Stuck pixels are found in a dark and a flat frame.",
+        "RGB sees a sea, X a ship; the new WLI carries the drawing into the colours.",
+        "The demosaiced picture; not a trace of what lies beneath.",
+        "The X band: an earlier ship, hatching and two lines of writing."),
+    "rgbx_photo": ("Your picture through RGBX", "X sees its luma, as if that filter were clear.",
+                   "RGB, X and what the new WLI makes of them.", "The demosaiced picture.", "The X band."),
 }
 # Mean PSNR in dB, a little below what each scene reaches; the demo fails when a result falls under it.
 LEAST = {"snapshot_mosaic": 37.5, "snapshot_tiled": 40.5, "line_scan": 43.5, "rgbx": 35.5, "rgbx_photo": 20}
@@ -267,7 +271,7 @@ def rgbx(options, name, bands, white):
     demo.write(frame=frame, dark=camera.frame(0, 8), flat=camera.frame(0.8, 9))
     layout = {"width": width, "height": height, "black": camera.black, "white_level": camera.white_level}
     demo.run("rgbx", "with_defects", {"frame": "frame.raw"}, **layout, weight=1)
-    demo.run("rgbx", "", {name: f"{name}.raw" for name in ("frame", "dark", "flat")}, **layout, weight="1 0.5 0")
+    demo.run("rgbx", "", {file: f"{file}.raw" for file in ("frame", "dark", "flat")}, **layout, weight="1 0.5 0")
     cleaned = demo.read("cleaned_frame")[0]
     changed = np.count_nonzero(cleaned != frame)
     demo.say(f"{camera.stuck.size} stuck pixels planted, {changed} samples changed by medians.")
@@ -301,15 +305,15 @@ def rgbx(options, name, bands, white):
 
     raw, clean = (shown((counts - np.float32(camera.black)) / (camera.white_level - camera.black) / white)
                   for counts in (frame, cleaned))
-    filters = ", ".join(f"{band} {nm} nm" for band, nm in camera.wavelengths.items())
+    filters = f" Filters: {', '.join(f'{band} {nm} nm' for band, nm in camera.wavelengths.items())}."
     close = {"Demosaiced RGB": rgb, "X band": x_band, "New WLI, weight 1": full, "New WLI, weight 0": none}
     weights = {"New WLI, weight 1": full, "weight 0.5": half, "weight 0": none}
     medians = {"Raw frame with stuck pixels, 180 x 150": raw, "After the medians": clean}
     for file, draw, share, caption in (
             ("overview", lambda: beside(2, (9.2, 7), close, 0.42, 0.325, (480, 330)), 100,
-             f"RGB sees a sea, X a ship; the new WLI carries the drawing into the colours. Filters: {filters}."),
-            ("rgb", lambda: rgb, 49, "The demosaiced picture; not a trace of what lies beneath."),
-            ("x_band", lambda: x_band, 49, "The X band: an earlier ship, hatching and two lines of writing."),
+             demo.told[0] + (filters if name == "rgbx" else "")),
+            ("rgb", lambda: rgb, 49, demo.told[1]),
+            ("x_band", lambda: x_band, 49, demo.told[2]),
             ("wli_side_by_side", lambda: beside(3, (12, 3.9), weights, 0.4, 0.34, (620, 560)), 100,
              "Weight 1, 0.5 and 0: the finest detail moves from what RGB saw to what X saw."),
             *((f"wli_weight_{weight}", lambda image=image: image, 32, f"New WLI at weight {weight}.")
