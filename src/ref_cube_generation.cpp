@@ -39,16 +39,16 @@ struct TakeEvery {
         return korva::loadLanes<V>(in);
       } else {
         auto const first = takeEven<step / 2>(in, lanes), second = takeEven<step / 2>(in + step / 2 * kLanes, lanes);
-        return __builtin_shufflevector(first, second, static_cast<int>(2 * lane)...);
+        return korva::shuffleLanes<static_cast<int>(2 * lane)...>(first, second);
       }
     }
 
     // The sample at lane k comes from loaded vector number k * stride / lanes; lanes from other vectors become 0.
     template <std::size_t vector, std::size_t... lane>
     KORVA_INLINE static V placed(Sample const* in, std::index_sequence<lane...>) {
-      return __builtin_shufflevector(
-          korva::loadLanes<V>(in + vector * kLanes), V{},
-          static_cast<int>(lane * stride / kLanes == vector ? lane * stride % kLanes : kLanes)...);
+      return korva::shuffleLanes<static_cast<int>(lane * stride / kLanes == vector ? lane * stride % kLanes
+                                                                                   : kLanes)...>(
+          korva::loadLanes<V>(in + vector * kLanes), V{});
     }
 
     template <std::size_t... vector>

@@ -50,11 +50,10 @@ struct Groups {
     constexpr int kAt[] = {at...};
     constexpr int kShift = std::max(0, kAt[kHalf - 1] - int{kPeriod - 1});
     constexpr int kShift2 = std::max(0, kAt[kPeriod - 1] - int{kPeriod - 1});
-    auto const first = korva::loadLanes<Floats>(row + kShift), second = korva::loadLanes<Floats>(row2 + kShift2);
+    auto const a = korva::loadLanes<Floats>(row + kShift), b = korva::loadLanes<Floats>(row2 + kShift2);
     auto const shuffle = [&]<std::size_t... lane>(std::index_sequence<lane...>) __attribute__((always_inline)) {
-      return __builtin_shufflevector(first, second,
-                                     (static_cast<int>(lane - lane % kPeriod) + kAt[lane % kPeriod] +
-                                      (lane % kPeriod < kHalf ? -kShift : static_cast<int>(count) - kShift2))...);
+      return korva::shuffleLanes<(static_cast<int>(lane - lane % kPeriod) + kAt[lane % kPeriod] +
+                                  (lane % kPeriod < kHalf ? -kShift : static_cast<int>(count) - kShift2))...>(a, b);
     };
     return shuffle(std::make_index_sequence<count>());
   }
@@ -69,7 +68,7 @@ struct Groups {
   KORVA_INLINE static Floats blend(Floats a, Floats b) {
     constexpr int kIsB[] = {isB...};
     auto const shuffle = [&]<std::size_t... lane>(std::index_sequence<lane...>) __attribute__((always_inline)) {
-      return __builtin_shufflevector(a, b, static_cast<int>(lane + kIsB[lane % sizeof...(isB)] * count)...);
+      return korva::shuffleLanes<static_cast<int>(lane + kIsB[lane % sizeof...(isB)] * count)...>(a, b);
     };
     return shuffle(std::make_index_sequence<count>());
   }

@@ -43,13 +43,13 @@ struct CorrectSpectrum {
     if constexpr (kLanes == 4) {
       auto const r0 = korva::loadLanes<Pair>(rows[0] + i), r1 = korva::loadLanes<Pair>(rows[1] + i);
       auto const r2 = korva::loadLanes<Pair>(rows[2] + i), r3 = korva::loadLanes<Pair>(rows[3] + i);
-      auto const even = __builtin_shufflevector(r0, r2, 0, 1, 2, 3), odd = __builtin_shufflevector(r1, r3, 0, 1, 2, 3);
-      weights = __builtin_shufflevector(even, odd, 0, 4, 2, 6);
-      nextWeights = __builtin_shufflevector(even, odd, 1, 5, 3, 7);
+      auto const even = korva::shuffleLanes<0, 1, 2, 3>(r0, r2), odd = korva::shuffleLanes<0, 1, 2, 3>(r1, r3);
+      weights = korva::shuffleLanes<0, 4, 2, 6>(even, odd);
+      nextWeights = korva::shuffleLanes<1, 5, 3, 7>(even, odd);
     } else {
       auto const even = korva::loadLanes<Pair>(rows[0] + i), odd = korva::loadLanes<Pair>(rows[1] + i);
-      weights = __builtin_shufflevector(even, odd, 0, 2);
-      nextWeights = __builtin_shufflevector(even, odd, 1, 3);
+      weights = korva::shuffleLanes<0, 2>(even, odd);
+      nextWeights = korva::shuffleLanes<1, 3>(even, odd);
     }
   }
 

@@ -123,4 +123,17 @@ KORVA_INLINE Floats narrowLanes(Doubles lanes) {
   }
 }
 
+// Lanes of a and b by number, those of b after those of a.
+template <int... lane, typename V>
+KORVA_INLINE auto shuffleLanes(V a, V b) {
+#if __has_builtin(__builtin_shufflevector)
+  return __builtin_shufflevector(a, b, lane...);
+#else
+  // g++ 11 has no builtin for it, but makes the same instructions of most choices.
+  using Lane = std::remove_cvref_t<decltype(a[0])>;
+  constexpr int kLanes = sizeof(V) / sizeof(Lane);
+  return Vector<Lane, sizeof...(lane)>{(lane < kLanes ? a[lane % kLanes] : b[lane % kLanes])...};
+#endif
+}
+
 }  // namespace korva
