@@ -151,6 +151,7 @@ def synthetic_recording(folder: Path, frames: int, height: int, width: int) -> N
 
     folder.mkdir(parents=True, exist_ok=True)
     camera = SnapshotCamera(height, width)
+    camera.exposure = camera.white_exposure
     korva.write_raw_data(folder / "../white.raw", camera.white())
     korva.write_raw_data(folder / "../bias.raw", camera.bias())
     np.savetxt(folder / "../matrix.txt", camera.matrix)
