@@ -58,7 +58,8 @@ template <typename Doubles, typename Sample>
 KORVA_INLINE void widenRow(double* target, Sample const* source, std::size_t count) {
   constexpr std::size_t kLanes = sizeof(Doubles) / sizeof(double);
   std::size_t k = 0;
-  for (; k + kLanes <= count; k += kLanes) storeLanes(target + k, loadWidened<Doubles>(source + k));
+  // Two at a time g++ converts one by one for ARM; its own vectors of this loop are right.
+  for (; kLanes > 2 && k + kLanes <= count; k += kLanes) storeLanes(target + k, loadWidened<Doubles>(source + k));
   for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
 }
 
