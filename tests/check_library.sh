@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Checks what a built library shows to the dynamic linker: its exports, imports, needed libraries and name.
+# Checks what a built library shows to the dynamic linker: its exports, imports, needed libraries and name; and that the
+# header, which is the list of all functions, the library's symbol map and the plain definitions name the same ones.
 # Usage: check_library.sh <library file>
 set -euo pipefail
 export LC_ALL=C
 
 library=${1:?usage: check_library.sh <library file>}
-expected_exports=$(dirname "${BASH_SOURCE[0]}")/exported_symbols.txt
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+header=$root/include/korva_reference_api.h
 failures=0
 
 # Prints the lines that differ between an expected and a found list, if any.
@@ -22,8 +24,17 @@ dynamic_entries() {
   readelf --dynamic --wide "$library" | sed -n "s/.*($1).*\[\(.*\)\]/\1/p"
 }
 
-exports=$(nm --dynamic --defined-only --format=posix "$library" | cut -d' ' -f1 | sort)
-compare "exported symbols" "$(sort "$expected_exports")" "$exports"
+exported=$(nm --dynamic --defined-only --format=posix "$library" | cut -d' ' -f1)
+compare "exported symbols" "$(grep -oE '^ +\w+;' "$root/src/korva_reference_api.map" | tr -d ' ;' | sort)" \
+  "$(sort <<<"$exported")"
+
+declared=$(sed -n 's/^KORVA_API .*\(KORVA_Ref_[A-Za-z0-9_]*\)(.*/\1/p' "$header")
+compare "functions of the header and exported ones" "$(c++filt <<<"$exported" | sed 's/(.*//' | sort)" \
+  "$(sort <<<"$declared")"
+compare "processing routines and plain definitions" \
+  "$(grep -vE 'Array|Buffer_|Buffers_|RawData' <<<"$declared" | grep -E '_[a-z0-9]+$|DM_' | sed 's/KORVA_Ref_//' | sort)" \
+  "$(grep -oE 'routine\(\w+\)' "$root/tests/support/plain_definitions.h" | sed 's/routine(//; s/)//' | sort)"
+compare "functions without a comment" "" "$(awk '/^KORVA_API/ && last !~ /\*\/$/; {last = $0}' "$header")"
 
 # The memory and file functions of the C library, and what every start-up object refers to.
 allowed='malloc|free|memcpy|memmove|memset|strlen|fopen|fread|fwrite|fclose'

@@ -7,6 +7,7 @@ import os
 import re
 import sys
 import sysconfig
+import threading
 from typing import Any, NamedTuple
 
 # Of this package, and so of the library that it calls.
@@ -107,6 +108,7 @@ class _SymbolInfo(ctypes.Structure):
 
 _functions: dict[str, Any] = {}
 _loaded: LoadedLibrary | None = None
+_lock = threading.Lock()
 
 
 def _candidates() -> list[str]:
@@ -161,21 +163,24 @@ def _load() -> None:
     if loaded.release != RELEASE:
         raise OSError(f"korva_reference: {loaded.path} is release {loaded.release}, this package is {RELEASE}; "
                       f"install both of one release, or name another file in {ENVIRONMENT_VARIABLE}")
-    # Two threads may come here at a time, and do the same.
-    _functions.update(functions)
     _loaded = loaded
+    _functions.update(functions)
+
+
+def _ensure_loaded() -> None:
+    if not _functions:
+        with _lock:
+            if not _functions:
+                _load()
 
 
 def loaded_library() -> LoadedLibrary:
     """Which file the functions come from, with its path and release; loads it if no call has yet."""
-    if _loaded is None:
-        _load()
-    assert _loaded is not None
+    _ensure_loaded()
     return _loaded
 
 
 def call(name: str, *arguments: Any) -> Any:
     """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
-    if not _functions:
-        _load()
+    _ensure_loaded()
     return _functions[name](*arguments)

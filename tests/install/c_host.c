@@ -2,6 +2,18 @@
 #include <korva_reference_api.h>
 #include <stdio.h>
 
+/* A host's own arrays must reach the routines whose inner levels are const in C++ without a cast. */
+void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch);
+
+void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch) {
+  KORVA_Ref_SC_ApplySpectralCorrection_float(cube[0][0], cube[1][0], matrix, 3, 3);
+  KORVA_Ref_SC_ApplySpectralCorrection_uint16(counts[0][0], counts[1][0], matrix, 3, 3);
+  KORVA_Ref_SC_ApplySpectralCorrection_BIP_float(cube[0][0], cube[1][0], matrix, 3, 3, 4);
+  KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16(counts[0][0], counts[1][0], matrix, 3, 3, 4);
+  KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float(cube, scratch, cube + 3, matrix, 3, 3, 4);
+  KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16(counts, scratch, counts + 3, matrix, 3, 3, 4);
+}
+
 int main(void) {
   unsigned short** frame;
   unsigned short** part;

@@ -56,7 +56,15 @@ FloatingPointMode floatingPointMode() {
   return mode;
 }
 
-bool allocationsAreCounted() { return KORVA_ALLOCATIONS_ARE_COUNTED; }
+bool allocationsAreCounted() {
+  static bool const counted = [] {
+    long const before = allocations.count;
+    void* volatile const block = std::malloc(1);
+    std::free(block);
+    return allocations.count > before;
+  }();
+  return counted;
+}
 long allocationCount() { return allocations.count; }
 long liveAllocationCount() { return allocations.live; }
 

@@ -156,7 +156,8 @@ class Case {
   long allocationsBefore_ = 0;
 };
 
-// The cases of one test, numbered from 0. KORVA_CASE=n runs case n alone; KORVA_SEED=s draws other contents.
+// The cases of one test, numbered from 0. KORVA_CASE=n runs case n alone, KORVA_EVERY=n
+// every nth, where time is short; KORVA_SEED=s draws other contents.
 class Cases {
  public:
   Cases() = default;

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds the library in one way and runs the tests on it, some of the cases where the processor is emulated.
+# Usage: check_build.sh <work folder> <compiler> <KORVA_SIMD> <x86-64|nehalem|aarch64> <flags>...
+set -euo pipefail
+
+build=$1 compiler=$2 level=$3 processor=$4 flags="${*:5}"
+options=(-DCMAKE_CXX_COMPILER="$compiler") programs=build/release/tests run=() every=4
+case $processor in
+  nehalem)
+    # Without AVX, so the copies that are chosen at run time must stay unused.
+    run=(qemu-x86_64 -cpu Nehalem) every=100
+    ;;
+  aarch64)
+    options=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/aarch64-linux-gnu.cmake")
+    [ "$compiler" = g++ ] || options=(-DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=aarch64
+      -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_COMPILER_TARGET=aarch64-linux-gnu)
+    programs=build/aarch64/tests run=(qemu-aarch64 -L /usr/aarch64-linux-gnu) every=100
+    ;;
+esac
+
+rm -rf "$build"
+# A build type of its own name adds no flags to those given.
+cmake -S . -B "$build" -G Ninja "${options[@]}" -DCMAKE_BUILD_TYPE=Plain -DCMAKE_CXX_FLAGS="$flags" \
+  -DKORVA_SIMD="$level" -DKORVA_OPTIMIZE=OFF -DKORVA_BUILD_TESTS=OFF
+cmake --build "$build" -j 1
+export LD_LIBRARY_PATH=$build KORVA_EVERY=$every
+"${run[@]}" "$programs/korva_tests" --gtest_brief=1 --gtest_filter='-Lengthy*'
+"${run[@]}" "$programs/korva_threads_test" --gtest_brief=1
+rm -rf "$build"
