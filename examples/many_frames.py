@@ -83,8 +83,9 @@ class Road:
 
     def band_images(self, frame: np.ndarray) -> np.ndarray:
         cell = (self.mosaic_width, self.mosaic_height)
-        cut = korva.ssm_cube(korva.correct_bias(frame, self.bias), *cell)
-        return korva.demosaic_cube(cut, *cell, (cell[1] - 1) / 2, (cell[0] - 1) / 2)
+        cut = korva.ssm_cube(korva.correct_bias(frame, self.bias), mosaic_width=cell[0], mosaic_height=cell[1])
+        return korva.demosaic_cube(cut, mosaic_width=cell[0], mosaic_height=cell[1], target_row=(cell[1] - 1) / 2,
+                                   target_column=(cell[0] - 1) / 2)
 
     def reflectance(self, frame: np.ndarray) -> np.ndarray:
         counts = self.band_images(frame)

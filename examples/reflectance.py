@@ -58,8 +58,9 @@ UNUSABLE = 65535  # no 12-bit count: marks pixels without a white reference, and
 
 
 def band_images(counts):
-    cut = korva.ssm_cube(korva.correct_bias(counts, bias), across, down)
-    return cut, korva.demosaic_cube(korva.median_filter_3x3(cut), across, down, (down - 1) / 2, (across - 1) / 2)
+    cut = korva.ssm_cube(korva.correct_bias(counts, bias), mosaic_width=across, mosaic_height=down)
+    middle = dict(target_row=(down - 1) / 2, target_column=(across - 1) / 2)
+    return cut, korva.demosaic_cube(korva.median_filter_3x3(cut), mosaic_width=across, mosaic_height=down, **middle)
 
 
 def reflectance(counts):

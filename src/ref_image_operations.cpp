@@ -1,13 +1,16 @@
 // Image operations on float images: arithmetic, crop, 7 x 7 kernel filtering, conversion between RGB and YCbCr.
 #include "korva_reference_api.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
 #include "internal/prefetch.h"
+#include "internal/sample_conversion.h"
 #include "internal/strict_float.h"
 
 namespace {
@@ -41,17 +44,18 @@ struct Mix {
 constexpr std::size_t kKernelSize = 7;
 constexpr std::size_t kKernelMargin = 3;
 
-// Filters a whole image, its columns in strips. The samples of a strip are widened once into a ring of eight rows that
-// stays in the first cache level, and the weights into vectors of equal lanes. From them, blocks of two output rows by
-// six vectors are summed in registers: a vector of samples is loaded once for both rows, and each sum still meets its
-// 49 products in storage order.
+// Filters a whole image, its columns in strips. The samples of a strip are widened once into a ring of rows that stays
+// in the first cache level, and the weights into vectors of equal lanes. From them, blocks of several output rows by
+// six vectors are summed in registers: a vector of samples is loaded once for all rows, and each sum still meets its 49
+// products in storage order. Two rows leave four of 16 registers for what else a block needs, four rows eight of 32.
 template <int vectorBytes>
 struct FilterImage7x7 {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
+  static constexpr std::size_t kRows = vectorBytes == 64 ? 4 : 2;
   static constexpr std::size_t kBlockVectors = 6;
   static constexpr std::size_t kBlock = kBlockVectors * kLanes;
   static constexpr std::size_t kStrip = 10 * kBlock;
-  static constexpr std::size_t kRing = 8;
+  static constexpr std::size_t kRing = kRows + 2 * kKernelMargin;
   static constexpr std::size_t kAhead = 4;
   static constexpr std::size_t kRowStride = kStrip + 8;  // whole cache lines, and room for both margins
   using Doubles = korva::Vector<double, kLanes>;
@@ -67,97 +71,105 @@ struct FilterImage7x7 {
     return static_cast<float>(sum);
   }
 
-  // Adds to the sums of one or two output rows what one input row contributes; weights0 or weights1 is null for the row
-  // that does not see the input row.
-  template <bool first, bool second, std::size_t vectors>
-  KORVA_INLINE static void addRow(Doubles (&sums)[2][vectors], double const* row, Doubles const* weights0,
-                                  Doubles const* weights1) {
+  // Adds to the sums of the output rows `first` to `last` what input row y, counted from the window of output row 0,
+  // contributes.
+  template <std::size_t first, std::size_t last, std::size_t rows, std::size_t vectors>
+  KORVA_INLINE static void addRow(Doubles (&sums)[rows][vectors], double const* const* inputs, std::size_t y,
+                                  std::size_t column, Doubles const* kernel) {
     for (std::size_t kx = 0; kx < kKernelSize; ++kx) {
-      Doubles weight0, weight1;
-      if constexpr (first) korva::keepInRegister(weight0 = weights0[kx]);
-      if constexpr (second) korva::keepInRegister(weight1 = weights1[kx]);
+      Doubles weights[rows];
+#pragma GCC unroll 4
+      for (std::size_t r = first; r <= last; ++r) {
+        Doubles weight = kernel[(y - r) * kKernelSize + kx];
+        korva::keepInRegister(weight);
+        weights[r] = weight;
+      }
 #pragma GCC unroll 8
       for (std::size_t v = 0; v < vectors; ++v) {
-        auto samples = korva::loadLanes<Doubles>(row + kx + v * kLanes);
+        auto samples = korva::loadLanes<Doubles>(inputs[y] + column + kx + v * kLanes);
         korva::keepInRegister(samples);
-        if constexpr (first) sums[0][v] += samples * weight0;
-        if constexpr (second) sums[1][v] += samples * weight1;
+#pragma GCC unroll 4
+        for (std::size_t r = first; r <= last; ++r) sums[r][v] += samples * weights[r];
       }
     }
   }
 
-  // Two output rows, or one when pair is false, of vectors * kLanes columns; rows[0] is the uppermost row of the
-  // window.
-  template <bool pair, std::size_t vectors>
-  KORVA_INLINE static void filterBlock(float* out0, float* out1, double const* const* rows, std::size_t column,
-                                       Doubles const* kernel) {
-    Doubles sums[2][vectors] = {};
-    addRow<true, false>(sums, rows[0] + column, kernel, nullptr);
-    for (std::size_t ky = 1; ky < kKernelSize; ++ky) {
-      Doubles const* const weights = kernel + ky * kKernelSize;
-      addRow<true, pair>(sums, rows[ky] + column, weights, weights - kKernelSize);
-    }
-    if constexpr (pair) addRow<false, true>(sums, rows[7] + column, nullptr, kernel + 6 * kKernelSize);
-    for (std::size_t v = 0; v < vectors; ++v) {
-      korva::storeLanes(out0 + column + v * kLanes, __builtin_convertvector(sums[0][v], Floats));
-      if constexpr (pair) {
-        korva::storeLanes(out1 + column + v * kLanes, __builtin_convertvector(sums[1][v], Floats));
+  // vectors * kLanes columns of several output rows; inputs[0] is the uppermost row of the first one's window.
+  template <std::size_t rows, std::size_t vectors, std::size_t... r>
+  KORVA_INLINE static void filterBlock(float* const* out, double const* const* inputs, std::size_t column,
+                                       Doubles const* kernel, std::index_sequence<r...>) {
+    Doubles sums[rows][vectors] = {};
+    (addRow<0, r>(sums, inputs, r, column, kernel), ...);
+    for (std::size_t y = rows - 1; y < kKernelSize; ++y) addRow<0, rows - 1>(sums, inputs, y, column, kernel);
+    (addRow<r + 1, rows - 1>(sums, inputs, kKernelSize + r, column, kernel), ...);
+#pragma GCC unroll 4
+    for (std::size_t row = 0; row < rows; ++row) {
+#pragma GCC unroll 8
+      for (std::size_t v = 0; v < vectors; ++v) {
+        korva::storeLanes(out[row] + column + v * kLanes, korva::narrowLanes<Floats>(sums[row][v]));
       }
     }
   }
 
-  // One or two output rows of count columns. The last block may overlap its neighbour: it computes the same again.
-  template <bool pair>
-  KORVA_INLINE static void filterRows(float* out0, float* out1, double const* const* rows, std::size_t count,
+  // count columns of several output rows. The last block may overlap its neighbour: it computes the same again.
+  template <std::size_t rows>
+  KORVA_INLINE static void filterRows(float* const* out, double const* const* inputs, std::size_t count,
                                       Doubles const* kernel) {
+    constexpr std::make_index_sequence<rows - 1> others;
     if (count >= kBlock) {
-      for (std::size_t column = 0; column + kBlock <= count; column += kBlock) {
-        filterBlock<pair, kBlockVectors>(out0, out1, rows, column, kernel);
+      for (std::size_t column = 0; column < count; column += kBlock) {
+        filterBlock<rows, kBlockVectors>(out, inputs, std::min(column, count - kBlock), kernel, others);
       }
-      if (count % kBlock != 0) filterBlock<pair, kBlockVectors>(out0, out1, rows, count - kBlock, kernel);
     } else if (count >= kLanes) {
-      for (std::size_t column = 0; column + kLanes <= count; column += kLanes) {
-        filterBlock<pair, 1>(out0, out1, rows, column, kernel);
+      for (std::size_t column = 0; column < count; column += kLanes) {
+        filterBlock<rows, 1>(out, inputs, std::min(column, count - kLanes), kernel, others);
       }
-      if (count % kLanes != 0) filterBlock<pair, 1>(out0, out1, rows, count - kLanes, kernel);
     } else {
       for (std::size_t column = 0; column < count; ++column) {
-        out0[column] = weightedSum(rows, column, kernel);
-        if constexpr (pair) out1[column] = weightedSum(rows + 1, column, kernel);
+        for (std::size_t r = 0; r < rows; ++r) out[r][column] = weightedSum(inputs + r, column, kernel);
       }
+    }
+  }
+
+  // A strip of count columns, several output rows at a time. The last ones may be computed twice as well.
+  template <std::size_t rows>
+  KORVA_INLINE static void filterStrip(float* const* out, float const* const* in, std::size_t left, std::size_t count,
+                                       std::size_t height, Doubles const* kernel) {
+    alignas(64) double ring[kRing][kRowStride];
+    std::size_t const outRows = height - 2 * kKernelMargin;
+    std::size_t widened = 0;
+    for (std::size_t row = 0; row < outRows; row += rows) {
+      std::size_t const first = std::min(row, outRows - rows);
+      for (; widened < first + rows + 2 * kKernelMargin; ++widened) {
+        if (widened + kAhead < height) korva::prefetchRow<false>(in[widened + kAhead] + left, count);
+        korva::widenRow<Doubles>(ring[widened % kRing], in[widened] + left, count + 2 * kKernelMargin);
+      }
+      double const* inputs[kRing];
+      for (std::size_t k = 0; k < kRing; ++k) inputs[k] = ring[(first + k) % kRing];
+      float* targets[rows];
+      for (std::size_t r = 0; r < rows; ++r) {
+        targets[r] = out[first + kKernelMargin + r] + kKernelMargin + left;
+        korva::prefetchRow<true>(out[std::min(first + kKernelMargin + rows + r, height - 1)] + left, count);
+      }
+      filterRows<rows>(targets, inputs, count, kernel);
     }
   }
 
   KORVA_INLINE static void run(float* const* out, float const* const* in, std::size_t width, std::size_t height,
                                double const* kernel) {
-    alignas(64) double ring[kRing][kRowStride];
     Doubles weights[kKernelSize * kKernelSize];
     for (std::size_t k = 0; k < kKernelSize * kKernelSize; ++k) weights[k] = korva::broadcast<Doubles>(kernel[k]);
-
     std::size_t const outColumns = width - 2 * kKernelMargin;
-    for (std::size_t left = 0; left < outColumns; left += kStrip) {
-      std::size_t const count = outColumns - left < kStrip ? outColumns - left : kStrip;
-      std::size_t widened = 0;
-      for (std::size_t row = kKernelMargin; row < height - kKernelMargin; row += 2) {
-        bool const pair = row + 1 < height - kKernelMargin;
-        for (std::size_t const needed = row + kKernelMargin + (pair ? 2 : 1); widened < needed; ++widened) {
-          float const* const source = in[widened] + left;
-          double* const target = ring[widened % kRing];
-          if (widened + kAhead < height) korva::prefetchRow<false>(in[widened + kAhead] + left, count);
-          for (std::size_t c = 0; c < count + 2 * kKernelMargin; ++c) target[c] = static_cast<double>(source[c]);
-        }
-        double const* rows[kRing];
-        for (std::size_t k = 0; k < kRing; ++k) rows[k] = ring[(row - kKernelMargin + k) % kRing];
-        float* const out0 = out[row] + kKernelMargin + left;
-        if (row + kAhead + 1 < height) {
-          korva::prefetchRow<true>(out[row + kAhead] + left, count);
-          korva::prefetchRow<true>(out[row + kAhead + 1] + left, count);
-        }
-        if (pair) {
-          filterRows<true>(out0, out[row + 1] + kKernelMargin + left, rows, count, weights);
-        } else {
-          filterRows<false>(out0, nullptr, rows, count, weights);
-        }
+    // Strips of nearly equal width, in whole blocks.
+    std::size_t const blocks = (outColumns + kBlock - 1) / kBlock;
+    std::size_t const strips = (outColumns + kStrip - 1) / kStrip;
+    std::size_t const strip = (blocks + strips - 1) / strips * kBlock;
+    for (std::size_t left = 0; left < outColumns; left += strip) {
+      std::size_t const count = std::min(outColumns - left, strip);
+      if (height >= kRows + 2 * kKernelMargin) {
+        filterStrip<kRows>(out, in, left, count, height, weights);
+      } else {
+        filterStrip<1>(out, in, left, count, height, weights);
       }
     }
   }
@@ -340,7 +352,7 @@ void KORVA_Ref_Crop_float(float** out, float** in, unsigned long /*width*/, unsi
 void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width, unsigned long height,
                                     double const* kernel) {
   if (width < kKernelSize || height < kKernelSize) return;
-  korva::dispatchUpTo32<FilterImage7x7>(out, in, width, height, kernel);
+  korva::dispatch<FilterImage7x7>(out, in, width, height, kernel);
 }
 
 // Colour conversion -------------------------------------------------------------------------------------------------
@@ -348,11 +360,11 @@ void KORVA_Ref_ApplyKernel7x7_float(float** out, float** in, unsigned long width
 void KORVA_Ref_RGBToYCbCr_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatchUpTo32<ConvertPlanes>(out, in, width * height, RGBToYCbCr(kb, kr));
+  korva::dispatch<ConvertPlanes>(out, in, width * height, RGBToYCbCr(kb, kr));
 }
 
 void KORVA_Ref_YCbCrToRGB_float(float*** out, float*** in, unsigned long width, unsigned long height, double kb,
                                 double kr) {
   if (width * height == 0) return;
-  korva::dispatchUpTo32<ConvertPlanes>(out, in, width * height, YCbCrToRGB(kb, kr));
+  korva::dispatch<ConvertPlanes>(out, in, width * height, YCbCrToRGB(kb, kr));
 }

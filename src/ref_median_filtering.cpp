@@ -166,6 +166,12 @@ template <typename Lanes>
 KORVA_INLINE auto findIrregular(Lanes lanes) {
   using Bits = Vector<int, sizeof(Lanes) / sizeof(int)>;
   if constexpr (kHoldsFloats<Lanes>) {
+#if KORVA_X86_BUILTINS
+    // g++ 12 compares lane by lane at this width. 0x85 selects NaN of both kinds and -0.0.
+    if constexpr (sizeof(Lanes) == 64) {
+      return __builtin_ia32_cvtmask2d512(__builtin_ia32_fpclassps512_mask(lanes, 0x85, -1));
+    }
+#endif
     return Bits((lanes != lanes) | (reinterpret_cast<Bits>(lanes) == INT_MIN));
   } else {
     return Bits{};
@@ -293,7 +299,7 @@ struct Windows5x5 {
 
   // Floats become integers of the same order, which compare twice as fast; x86's baseline has no such comparison.
 #if defined(__x86_64__)
-  static constexpr bool kHasKeys = kHoldsFloats<Lanes> && vectorBytes == 32;
+  static constexpr bool kHasKeys = kHoldsFloats<Lanes> && vectorBytes >= 32;
 #else
   static constexpr bool kHasKeys = kHoldsFloats<Lanes>;
 #endif
@@ -481,7 +487,7 @@ bool isIrregular(unsigned short) { return false; }
 
 // The least width of rows that fill a vector with full windows, be it the widest.
 template <unsigned long radius, typename Sample>
-constexpr unsigned long kLeastWidth = 32 / sizeof(Sample) + 2 * radius;
+constexpr unsigned long kLeastWidth = 64 / sizeof(Sample) + 2 * radius;
 
 // The windows around columns `begin` to `end`, which reach `count` columns from `first` on. These are laid down as
 // rows, a piece at a time: among regular samples the order within a window does not matter.
@@ -515,7 +521,7 @@ void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned l
       filterByDefinition<radius>(images, top + radius, bottom, begin, end);
       continue;
     }
-    korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
+    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
     for (unsigned long row = top + radius; row < bottom; ++row) {
       for (unsigned long x = begin; x < end; ++x) images.out[row][x] = medians[x - first][row - top];
     }
@@ -529,7 +535,7 @@ void filterMedian(Images<Sample> const& images) {
   if (images.width < kLeastWidth<radius, Sample>) {
     filterColumns<radius>(images, 0, images.width, 0, images.width);
   } else {
-    korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(images);
+    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(images);
     filterColumns<radius>(images, 0, radius, 0, 2 * radius);
     filterColumns<radius>(images, images.width - radius, images.width, images.width - 2 * radius, 2 * radius);
   }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 #include "internal/lanes.h"
 #include "internal/multiversion.h"
@@ -12,11 +13,8 @@
 
 namespace {
 
-// A panel of widened values on the stack, 48 KiB: together with the values of a block's rows it streams through the
-// first two cache levels. Cameras have far fewer bands than a panel holds; beyond, the definitions serve as they are.
-constexpr std::size_t kPanelDoubles = 6144;
-constexpr std::size_t kMaxPanelBlocks = 15;
-constexpr std::size_t kMaxPanelBands = 768;
+// Working memory on the stack, 56 KiB: it streams through the first two cache levels.
+constexpr std::size_t kWorkDoubles = 7168;
 
 // The definition, for output bands of one spectrum: products added in band order.
 template <typename Sample>
@@ -141,32 +139,25 @@ struct CorrectCubeByPlanes {
   }
 };
 
-// Many spectra are a product of matrices, computed in blocks of up to five rows by two vectors whose sums stay in
-// registers while the input bands pass in order; six rows would leave none for what else a block needs. One factor lies
-// widened in a panel on the stack, [band][lanes]; the other gives one value per row and band. A product of two numbers
-// does not depend on their order, so the same block serves cubes, where lanes are neighbouring samples and rows are
-// output bands, and interleaved pixels, where lanes are output bands and rows are pixels.
+// Many spectra are a product of matrices, computed in blocks of rows by two vectors whose sums stay in registers while
+// the input bands pass in order: five rows, or ten where there are 32 registers, leave just enough for what else a
+// block needs. One factor lies widened in a panel, one block's lanes after another's, [band][lanes]; the other gives
+// one value per row and band. A product of two numbers does not depend on their order, so the same block serves cubes,
+// where lanes are neighbouring samples and rows are output bands, and interleaved pixels, where lanes are output bands
+// and rows are pixels.
 template <int vectorBytes>
 struct Blocks {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
   static constexpr std::size_t kWidth = 2 * kLanes;
-  static constexpr std::size_t kMaxRows = 5;
+  static constexpr std::size_t kMaxRows = vectorBytes == 64 ? 10 : 5;
   using Doubles = korva::Vector<double, kLanes>;
-
-  // As many lanes as a panel holds with all input bands, in whole blocks. An odd number of blocks keeps the panel's
-  // rows, which are read one after another, out of each other's cache sets.
-  static std::size_t panelWidth(std::size_t inBands) {
-    std::size_t const fitting = kPanelDoubles / (inBands == 0 ? 1 : inBands) / kWidth;
-    std::size_t const blocks = fitting < kMaxPanelBlocks ? fitting : kMaxPanelBlocks;
-    return (blocks - (blocks + 1) % 2) * kWidth;
-  }
 
   // The sums of `rows` rows and `vectors` vectors of lanes over all input bands.
   template <std::size_t rows, std::size_t vectors>
-  KORVA_INLINE static void sumProducts(Doubles (&sums)[rows][vectors], double const* panel, std::size_t width,
-                                       double const* const* values, std::size_t inBands) {
+  KORVA_INLINE static void sumProducts(Doubles (&sums)[rows][vectors], double const* block, double const* const* values,
+                                       std::size_t inBands) {
     double const* row[rows];
-#pragma GCC unroll 5
+#pragma GCC unroll 10
     for (std::size_t r = 0; r < rows; ++r) {
       row[r] = values[r];
 #pragma GCC unroll 2
@@ -176,9 +167,9 @@ struct Blocks {
       Doubles lanes[vectors];
 #pragma GCC unroll 2
       for (std::size_t v = 0; v < vectors; ++v) {
-        lanes[v] = korva::loadLanes<Doubles>(panel + band * width + v * kLanes);
+        lanes[v] = korva::loadLanes<Doubles>(block + band * kWidth + v * kLanes);
       }
-#pragma GCC unroll 5
+#pragma GCC unroll 10
       for (std::size_t r = 0; r < rows; ++r) {
         double const value = row[r][band];
 #pragma GCC unroll 2
@@ -187,21 +178,17 @@ struct Blocks {
     }
   }
 
-  // Rounds a row of sums to samples.
-  template <std::size_t vectors, typename Sample>
-  KORVA_INLINE static void store(Sample* target, Doubles const (&sums)[vectors]) {
-#pragma GCC unroll 2
-    for (std::size_t v = 0; v < vectors; ++v) korva::storeConverted(target + v * kLanes, sums[v]);
-  }
-
-  // The same for the first `count` lanes.
+  // Rounds the first `count` lanes of a row of sums to samples.
   template <std::size_t vectors, typename Sample>
   KORVA_INLINE static void store(Sample* target, Doubles const (&sums)[vectors], std::size_t count) {
-    if (count >= vectors * kLanes) return store(target, sums);
-    double rest[vectors * kLanes];
-#pragma GCC unroll 2
-    for (std::size_t v = 0; v < vectors; ++v) korva::storeLanes(rest + v * kLanes, sums[v]);
-    for (std::size_t k = 0; k < count; ++k) target[k] = korva::toSample<Sample>(rest[k]);
+    Sample rest[vectors * kLanes];
+    Sample* const whole = count < vectors * kLanes ? rest : target;
+    if constexpr (vectors == 2) {
+      korva::storeConverted(whole, sums[0], sums[1]);
+    } else {
+      korva::storeConverted(whole, sums[0]);
+    }
+    if (whole == rest) std::memcpy(target, rest, count * sizeof(Sample));
   }
 };
 
@@ -209,41 +196,34 @@ struct Blocks {
 template <int vectorBytes>
 struct CorrectCube : Blocks<vectorBytes> {
   using Base = Blocks<vectorBytes>;
+  using Base::kLanes;
+  using Base::kMaxRows;
   using Base::kWidth;
   using typename Base::Doubles;
+  static constexpr std::size_t kMostBlocks = 15;
+  static constexpr std::size_t kMostBands = kWorkDoubles / kWidth;
 
-  // As many output bands as there are rows, for the panel's samples, at least a block of them. Sums below 0 become 0;
-  // NaN stays NaN.
-  template <std::size_t rows, typename Sample>
-  KORVA_INLINE static void correctRows(Sample* const* const* out, double* scratch, double const* panel,
-                                       std::size_t width, double const* const* matrix, std::size_t inBands,
+  // `height` output bands, for the panel's samples. Sums below 0 become 0; NaN stays NaN.
+  template <std::size_t rows = kMaxRows, typename Sample>
+  KORVA_INLINE static void correctRows(std::size_t height, Sample* const* const* out, double* scratch,
+                                       double const* panel, double const* const* matrix, std::size_t inBands,
                                        std::size_t left, std::size_t count) {
-    for (std::size_t k = 0; k < count; k += kWidth) {
-      // The last block overlaps the one before: its sums are the same again.
-      std::size_t const first = std::min(k, count - kWidth);
-      Doubles sums[rows][2];
-      Base::sumProducts(sums, panel + first, width, matrix, inBands);
-      // The caller's working row shows the sums of the last output band.
-      if (scratch != nullptr) Base::store(scratch + left + first, sums[rows - 1]);
-      Doubles const zero = {};
-#pragma GCC unroll 5
-      for (std::size_t r = 0; r < rows; ++r) {
-#pragma GCC unroll 2
-        for (std::size_t v = 0; v < 2; ++v) sums[r][v] = sums[r][v] < zero ? zero : sums[r][v];
-        Base::store(out[r][0] + left + first, sums[r]);
+    if constexpr (rows > 1) {
+      if (height < rows) {
+        return correctRows<rows - 1>(height, out, scratch, panel, matrix, inBands, left, count);
       }
     }
-  }
-
-  // One output band, for fewer samples than a block has.
-  template <typename Sample>
-  KORVA_INLINE static void correctRest(Sample* out, double* scratch, double const* panel, std::size_t width,
-                                       double const* weights, std::size_t inBands, std::size_t count) {
-    for (std::size_t k = 0; k < count; ++k) {
-      double sum = 0.0;
-      for (std::size_t i = 0; i < inBands; ++i) sum += panel[i * width + k] * weights[i];
-      if (scratch != nullptr) scratch[k] = sum;
-      out[k] = korva::toSample<Sample>(sum < 0.0 ? 0.0 : sum);
+    for (std::size_t k = 0; k < count; k += kWidth) {
+      Doubles sums[rows][2];
+      Base::sumProducts(sums, panel + k * inBands, matrix, inBands);
+      // The caller's working row shows the sums of the last output band.
+      if (scratch != nullptr) Base::store(scratch + left + k, sums[rows - 1], count - k);
+#pragma GCC unroll 10
+      for (std::size_t r = 0; r < rows; ++r) {
+#pragma GCC unroll 2
+        for (std::size_t v = 0; v < 2; ++v) sums[r][v] = korva::greater(Doubles{}, sums[r][v]);
+        Base::store(out[r][0] + left + k, sums[r], count - k);
+      }
     }
   }
 
@@ -251,45 +231,33 @@ struct CorrectCube : Blocks<vectorBytes> {
   KORVA_INLINE static void run(Sample* const* const* out, double* scratch, Sample const* const* const* in,
                                double const* const* matrix, std::size_t outBands, std::size_t inBands,
                                std::size_t samples) {
-    std::size_t const width = Base::panelWidth(inBands);
-    std::size_t const blocks = (outBands + Base::kMaxRows - 1) / Base::kMaxRows;
-    alignas(64) double panel[kPanelDoubles];
+    alignas(64) double panel[kWorkDoubles];
+    std::size_t const width = std::min(kWorkDoubles / std::max(inBands, std::size_t{1}) / kWidth, kMostBlocks) * kWidth;
+    std::size_t const blocks = (outBands + kMaxRows - 1) / kMaxRows;
     for (std::size_t left = 0; left < samples; left += width) {
-      std::size_t const count = samples - left < width ? samples - left : width;
+      std::size_t const count = std::min(samples - left, width);
       // There are more planes than the processor foresees by itself.
       bool const isNextWhole = samples - left >= 2 * width;
       for (std::size_t i = 0; i < inBands; ++i) {
-        korva::widenRow<Doubles>(panel + i * width, in[i][0] + left, count);
-        if (isNextWhole) korva::prefetchRow<false>(in[i][0] + left + width, width);
-      }
-      if (count < kWidth) {
-        for (std::size_t o = 0; o < outBands; ++o) {
-          double* const sums = o + 1 == outBands ? scratch + left : nullptr;
-          correctRest(out[o][0] + left, sums, panel, width, matrix[o], inBands, count);
+        Sample const* const source = in[i][0] + left;
+        double* target = panel + i * kWidth;
+        std::size_t k = 0;
+        for (; k + kWidth <= count; k += kWidth, target += kWidth * inBands) {
+          for (std::size_t v = 0; v < kWidth; v += kLanes) {
+            korva::storeLanes(target + v, korva::loadWidened<Doubles>(source + k + v));
+          }
         }
-        return;
+        for (std::size_t lane = 0; k < count && lane < kWidth; ++lane) {
+          target[lane] = k + lane < count ? static_cast<double>(source[k + lane]) : 0.0;
+        }
+        if (isNextWhole) korva::prefetchRow<false>(source + width, width);
       }
       for (std::size_t block = 0; block < blocks; ++block) {
         // Blocks of nearly equal height: four and four run faster than five and three.
         std::size_t const first = block * outBands / blocks;
-        double* const lastSums = block + 1 == blocks ? scratch : nullptr;
-        switch ((block + 1) * outBands / blocks - first) {
-          case 1:
-            correctRows<1>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
-          case 2:
-            correctRows<2>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
-          case 3:
-            correctRows<3>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
-          case 4:
-            correctRows<4>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
-          default:
-            correctRows<5>(out + first, lastSums, panel, width, matrix + first, inBands, left, count);
-            break;
-        }
+        std::size_t const height = (block + 1) * outBands / blocks - first;
+        correctRows(height, out + first, block + 1 == blocks ? scratch : nullptr, panel, matrix + first, inBands, left,
+                    count);
       }
     }
   }
@@ -303,17 +271,23 @@ struct CorrectPixels : Blocks<vectorBytes> {
   using Base::kMaxRows;
   using Base::kWidth;
   using typename Base::Doubles;
+  static constexpr std::size_t kMostBands = kWorkDoubles / (kWidth + kMaxRows);
 
-  // Up to five pixels; a missing one repeats the first, and its sums are not stored.
+  // Where the block of output bands from `band` on starts: the last one overlaps the one before, if there is one.
+  static std::size_t blockStart(std::size_t band, std::size_t outBands) {
+    std::size_t const width = outBands - band > kLanes ? kWidth : kLanes;
+    return std::min(band, std::max(outBands, width) - width);
+  }
+
+  // A block of pixels; a missing one repeats the first, and its sums are not stored.
   template <std::size_t vectors, typename Sample>
-  KORVA_INLINE static void correctBands(Sample* out, double const* panel, std::size_t width, double const* spectra,
-                                        std::size_t outBands, std::size_t inBands, std::size_t pixels,
-                                        std::size_t count) {
+  KORVA_INLINE static void correctBands(Sample* out, double const* panel, double const* spectra, std::size_t outBands,
+                                        std::size_t inBands, std::size_t pixels, std::size_t count) {
     double const* values[kMaxRows];
     for (std::size_t r = 0; r < kMaxRows; ++r) values[r] = spectra + (r < pixels ? r : 0) * inBands;
     Doubles sums[kMaxRows][vectors];
-    Base::sumProducts(sums, panel, width, values, inBands);
-#pragma GCC unroll 5
+    Base::sumProducts(sums, panel, values, inBands);
+#pragma GCC unroll 10
     for (std::size_t r = 0; r < kMaxRows; ++r) {
       if (r < pixels) Base::store(out + r * outBands, sums[r], count);
     }
@@ -322,24 +296,29 @@ struct CorrectPixels : Blocks<vectorBytes> {
   template <typename Sample>
   KORVA_INLINE static void run(Sample* out, Sample const* in, double const* const* matrix, std::size_t outBands,
                                std::size_t inBands, std::size_t pixels) {
-    std::size_t const width = Base::panelWidth(inBands);
-    alignas(64) double panel[kPanelDoubles];
-    alignas(64) double spectra[kMaxRows * kMaxPanelBands];
+    alignas(64) double spectra[kWorkDoubles];
+    double* const panel = spectra + kMaxRows * inBands;
+    std::size_t const width = (kWorkDoubles / std::max(inBands, std::size_t{1}) - kMaxRows) / kWidth * kWidth;
     for (std::size_t first = 0; first < outBands; first += width) {
-      std::size_t const count = outBands - first < width ? outBands - first : width;
+      std::size_t const last = std::min(outBands, first + width);
       // The matrix transposed, so that neighbouring lanes are neighbouring output bands.
-      for (std::size_t o = 0; o < width && o < count + kWidth; ++o) {
-        for (std::size_t i = 0; i < inBands; ++i) panel[i * width + o] = o < count ? matrix[first + o][i] : 0.0;
+      for (std::size_t band = first; band < last; band += kWidth) {
+        double* const block = panel + (band - first) * inBands;
+        for (std::size_t lane = 0, o = blockStart(band, outBands); lane < kWidth; ++lane, ++o) {
+          for (std::size_t i = 0; i < inBands; ++i) block[i * kWidth + lane] = o < outBands ? matrix[o][i] : 0.0;
+        }
       }
       for (std::size_t pixel = 0; pixel < pixels; pixel += kMaxRows) {
-        std::size_t const rows = pixels - pixel < kMaxRows ? pixels - pixel : kMaxRows;
+        std::size_t const rows = std::min(pixels - pixel, kMaxRows);
         korva::widenRow<Doubles>(spectra, in + pixel * inBands, rows * inBands);
-        Sample* const target = out + pixel * outBands + first;
-        for (std::size_t k = 0; k < count; k += kWidth) {
-          if (count - k > kLanes) {
-            correctBands<2>(target + k, panel + k, width, spectra, outBands, inBands, rows, count - k);
+        for (std::size_t band = first; band < last; band += kWidth) {
+          double const* const block = panel + (band - first) * inBands;
+          std::size_t const start = blockStart(band, outBands);
+          Sample* const target = out + pixel * outBands + start;
+          if (outBands - band > kLanes) {
+            correctBands<2>(target, block, spectra, outBands, inBands, rows, outBands - start);
           } else {
-            correctBands<1>(target + k, panel + k, width, spectra, outBands, inBands, rows, count - k);
+            correctBands<1>(target, block, spectra, outBands, inBands, rows, outBands - start);
           }
         }
       }
@@ -352,7 +331,10 @@ void correctPixels(Sample* out, Sample const* in, double const* const* matrix, s
                    std::size_t inBands, std::size_t pixels) {
   // Transposing the matrix pays from a few pixels on.
   constexpr std::size_t kFewPixels = 6;
-  if (pixels >= kFewPixels && inBands <= kMaxPanelBands) {
+  if (pixels >= kFewPixels && inBands <= CorrectPixels<64>::kMostBands) {
+    return korva::dispatch<CorrectPixels>(out, in, matrix, outBands, inBands, pixels);
+  }
+  if (pixels >= kFewPixels && inBands <= CorrectPixels<32>::kMostBands) {
     return korva::dispatchUpTo32<CorrectPixels>(out, in, matrix, outBands, inBands, pixels);
   }
   for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
@@ -364,7 +346,9 @@ template <typename Sample>
 void correctCube(Sample* const* const* out, double* scratch, Sample const* const* const* in,
                  double const* const* matrix, std::size_t outBands, std::size_t inBands, std::size_t samples) {
   if (outBands == 0) return;
-  if (inBands <= kMaxPanelBands) {
+  if (inBands <= CorrectCube<64>::kMostBands) {
+    korva::dispatch<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
+  } else if (inBands <= CorrectCube<32>::kMostBands) {
     korva::dispatchUpTo32<CorrectCube>(out, scratch, in, matrix, outBands, inBands, samples);
   } else {
     korva::dispatch<CorrectCubeByPlanes>(out, scratch, in, matrix, outBands, inBands, samples);

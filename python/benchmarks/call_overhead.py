@@ -21,7 +21,7 @@ def crop(height, width):
     direct = microseconds(
         lambda: call("KORVA_Ref_CG_CropImage_uint16", target, source, width, height, 0, 0, width, height)
     )
-    return microseconds(lambda: korva.crop_image(image, 0, 0, width, height, out=out)), direct
+    return microseconds(lambda: korva.crop_image(image, left=0, top=0, width=width, height=height, out=out)), direct
 
 
 def bias(height, width):

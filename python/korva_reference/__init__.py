@@ -19,6 +19,9 @@ linker finds it. A name without a folder in that variable asks the dynamic linke
 of another release, that call raises an OSError that says so; loaded_library() tells which file it is.
 """
 
+import importlib as _importlib
+from types import ModuleType as _ModuleType
+
 from . import envi
 from ._library import RELEASE as __version__
 from ._library import loaded_library
@@ -53,6 +56,7 @@ from .roads import (
 from .spectral_correction import apply_spectral_correction, apply_spectral_correction_bsq
 
 __all__ = [
+    "__version__",
     "FLAGGED",
     "INVALID_COEFFICIENT",
     "LineScanRoad",
@@ -105,3 +109,9 @@ __all__ = [
     "write_raw_data",
     "ycbcr_to_rgb",
 ]
+
+
+def __getattr__(name: str) -> _ModuleType:
+    if name == "conformance":  # Loaded when it is first used.
+        return _importlib.import_module(".conformance", __name__)
+    raise AttributeError(f"module {__name__!r} has no attribute {name!r}")

@@ -7,7 +7,6 @@ import os
 import re
 import sys
 import sysconfig
-import threading
 from typing import Any, NamedTuple
 
 # Of this package, and so of the library that it calls.
@@ -108,7 +107,6 @@ class _SymbolInfo(ctypes.Structure):
 
 _functions: dict[str, Any] = {}
 _loaded: LoadedLibrary | None = None
-_lock = threading.Lock()
 
 
 def _candidates() -> list[str]:
@@ -163,24 +161,21 @@ def _load() -> None:
     if loaded.release != RELEASE:
         raise OSError(f"korva_reference: {loaded.path} is release {loaded.release}, this package is {RELEASE}; "
                       f"install both of one release, or name another file in {ENVIRONMENT_VARIABLE}")
-    _loaded = loaded
+    # Two threads may come here at a time, and do the same.
     _functions.update(functions)
-
-
-def _ensure_loaded() -> None:
-    if not _functions:
-        with _lock:
-            if not _functions:
-                _load()
+    _loaded = loaded
 
 
 def loaded_library() -> LoadedLibrary:
     """Which file the functions come from, with its path and release; loads it if no call has yet."""
-    _ensure_loaded()
+    if _loaded is None:
+        _load()
+    assert _loaded is not None
     return _loaded
 
 
 def call(name: str, *arguments: Any) -> Any:
     """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
-    _ensure_loaded()
+    if not _functions:
+        _load()
     return _functions[name](*arguments)

@@ -16,7 +16,7 @@ from ._library import call
 
 
 def crop_image(
-    image: NDArray[Any], left: int, top: int, width: int, height: int, *, out: NDArray[Any] | None = None
+    image: NDArray[Any], *, left: int, top: int, width: int, height: int, out: NDArray[Any] | None = None
 ) -> NDArray[Any]:
     """Copies a rectangle out of a frame or image of uint16 or float32, (row, column).
 
@@ -41,7 +41,7 @@ def crop_image(
 
 
 def ssm_band_image(
-    frame: NDArray[np.uint16], mosaic_width: int, mosaic_height: int, band: int, *,
+    frame: NDArray[np.uint16], *, mosaic_width: int, mosaic_height: int, band: int,
     out: NDArray[np.uint16] | None = None,
 ) -> NDArray[np.uint16]:
     """Takes one band's image out of a snapshot-mosaic frame of uint16, one sample per whole mosaic cell.
@@ -65,7 +65,7 @@ def ssm_band_image(
 
 
 def ssm_cube(
-    frame: NDArray[np.uint16], mosaic_width: int, mosaic_height: int, *, out: NDArray[np.uint16] | None = None
+    frame: NDArray[np.uint16], *, mosaic_width: int, mosaic_height: int, out: NDArray[np.uint16] | None = None
 ) -> NDArray[np.uint16]:
     """Takes all band images out of a snapshot-mosaic frame: ssm_band_image for every band, as (band, row, column).
 
@@ -81,12 +81,12 @@ def ssm_cube(
     target = output(out, (bands, height, width), UINT16, is_planes, apart=(view,))
     view = readable(view, is_rows)  # If it must be copied, then once and not for every band.
     for band in range(bands):
-        ssm_band_image(view, mosaic_width, mosaic_height, band, out=target[band])
+        ssm_band_image(view, mosaic_width=mosaic_width, mosaic_height=mosaic_height, band=band, out=target[band])
     return target if out is None else out
 
 
 def sst_band_image(
-    frame: NDArray[np.uint16], tile_width: int, tile_height: int, band: int, *, out: NDArray[np.uint16] | None = None
+    frame: NDArray[np.uint16], *, tile_width: int, tile_height: int, band: int, out: NDArray[np.uint16] | None = None
 ) -> NDArray[np.uint16]:
     """Takes one band's image, its tile, out of a snapshot-tiled frame of uint16.
 

@@ -50,14 +50,14 @@ def target_position_relative_to_filter_position(
 
 
 def bilinear_coefficients(
-    mosaic_height: int, mosaic_width: int, row_offset: float, column_offset: float
+    *, mosaic_height: int, mosaic_width: int, row_offset: float, column_offset: float
 ) -> NDArray[np.float64]:
     """The four bilinear weights of an offset: top-left, top-right, bottom-left, bottom-right.
 
     Offsets are in sensor pixels; those of a cell's height or width and beyond extrapolate.
     Calls KORVA_Ref_DM_ComputeCoefficientsBilinear.
 
-    >>> bilinear_coefficients(4, 4, row_offset=1.5, column_offset=-0.5).tolist()
+    >>> bilinear_coefficients(mosaic_height=4, mosaic_width=4, row_offset=1.5, column_offset=-0.5).tolist()
     [0.078125, 0.546875, 0.046875, 0.328125]
     """
     mosaic_height = count("mosaic_height", mosaic_height, 1, UNSIGNED_INT)
@@ -102,7 +102,7 @@ def apply_demosaicing_bilinear(
 
 
 def demosaic_cube(
-    cube: NDArray[Any], mosaic_width: int, mosaic_height: int, target_row: float, target_column: float, *,
+    cube: NDArray[Any], *, mosaic_width: int, mosaic_height: int, target_row: float, target_column: float,
     out: NDArray[Any] | None = None,
 ) -> NDArray[Any]:
     """Resamples all band images of a snapshot mosaic, (band, row, column), at one target point of the mosaic cell.
@@ -126,7 +126,8 @@ def demosaic_cube(
     target = output(out, view.shape, view.dtype.newbyteorder("="), is_planes, apart=(view,))
     for band, (image, resampled) in enumerate(zip(view, target)):
         position = filter_position(mosaic_width, band)
-        offsets = target_position_relative_to_filter_position(*position, target_row, target_column)
-        weights = bilinear_coefficients(mosaic_height, mosaic_width, *offsets)
-        apply_demosaicing_bilinear(image, weights, *offsets, out=resampled)
+        row, column = target_position_relative_to_filter_position(*position, target_row, target_column)
+        weights = bilinear_coefficients(
+            mosaic_height=mosaic_height, mosaic_width=mosaic_width, row_offset=row, column_offset=column)
+        apply_demosaicing_bilinear(image, weights, row, column, out=resampled)
     return target if out is None else out

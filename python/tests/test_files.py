@@ -134,7 +134,7 @@ def test_envi_reads_offset_foreign_byte_order_and_free_form():
     assert cube.tolist() == [[[0, 1]], [[2, 3]], [[4, 5]]] and cube.dtype == ">u2" and not cube.flags.writeable
     assert header.wavelength == [400, 500, 600] and header.interleave == "bil" and header.header_offset == 5
     # The mapping can go into the routines as it is.
-    assert korva.crop_image(cube[1], 0, 0, 2, 1).tolist() == [[2, 3]]
+    assert korva.crop_image(cube[1], left=0, top=0, width=2, height=1).tolist() == [[2, 3]]
 
 
 @pytest.mark.parametrize("line, becomes", [

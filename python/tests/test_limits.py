@@ -13,19 +13,24 @@ import korva_reference as korva
 U2, F4 = np.uint16, np.float32
 WIDE = np.broadcast_to(np.zeros(1, F4), (1, 2**17, 2**16))
 KERNEL = np.ones((7, 7))
+CELL = dict(mosaic_width=2, mosaic_height=2)
+
+
+def crop(image, left, top, width, height):
+    return korva.crop_image(image, left=left, top=top, width=width, height=height)
 
 
 @pytest.mark.parametrize("call, error, words", [
-    (lambda: korva.crop_image(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
-    (lambda: korva.crop_image(np.zeros((4, 5), U2), 2**64, 0, 1, 1), ValueError, "left: expected a whole number"),
-    (lambda: korva.crop_image(np.zeros((4, 5), U2), 0, 3, 1, 2), ValueError, "crop: expected a rectangle inside"),
-    (lambda: korva.crop_image(np.ma.zeros((4, 5), U2), 0, 0, 1, 1), TypeError, "expected a NumPy array, found Masked"),
-    (lambda: korva.crop_image(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16"),
-    (lambda: korva.crop_image(np.zeros(4, U2), 0, 0, 1, 1), ValueError, "image: expected 2 dimensions, found 1"),
-    (lambda: korva.crop_image([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
-    (lambda: korva.ssm_band_image(np.zeros((4, 5), U2), 2, 2, 4), ValueError, "band: expected a whole number"),
-    (lambda: korva.ssm_cube(np.zeros((4, 5), U2), 6, 2), ValueError, "frame: expected at least one mosaic cell"),
-    (lambda: korva.sst_band_image(np.zeros((4, 5), U2), 2, 2, 4), ValueError, "band: expected one of 4 tiles"),
+    (lambda: crop(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
+    (lambda: crop(np.zeros((4, 5), U2), 2**64, 0, 1, 1), ValueError, "left: expected a whole number"),
+    (lambda: crop(np.zeros((4, 5), U2), 0, 3, 1, 2), ValueError, "crop: expected a rectangle inside"),
+    (lambda: crop(np.ma.zeros((4, 5), U2), 0, 0, 1, 1), TypeError, "expected a NumPy array, found Masked"),
+    (lambda: crop(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16"),
+    (lambda: crop(np.zeros(4, U2), 0, 0, 1, 1), ValueError, "image: expected 2 dimensions, found 1"),
+    (lambda: crop([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
+    (lambda: korva.ssm_band_image(np.zeros((4, 5), U2), **CELL, band=4), ValueError, "band: expected a whole number"),
+    (lambda: korva.ssm_cube(np.zeros((1, 5), U2), **CELL), ValueError, "frame: expected at least one mosaic cell"),
+    (lambda: korva.sst_band_image(np.zeros((4, 5), U2), tile_width=2, tile_height=2, band=4), ValueError, "band: expected one of 4 tiles"),
     (lambda: korva.band_image_strip(np.zeros((4, 5), U2), 2, 2), ValueError, "band: expected a strip of 2"),
     (lambda: korva.correct_bias(np.zeros(4, U2), np.zeros(4, F4)), TypeError, "bias: expected samples of uint16"),
     (lambda: korva.correct_bias(np.zeros((4, 1), U2), np.zeros(4, U2)), ValueError, "bias: expected shape (4, 1)"),
@@ -37,10 +42,13 @@ KERNEL = np.ones((7, 7))
     (lambda: korva.apply_spectral_correction(np.zeros(1, F4), [["a"]]), TypeError, "matrix: expected real numbers"),
     (lambda: korva.apply_spectral_correction(WIDE.T, [[1.0]]), ValueError, "pixels: expected a whole number"),
     (lambda: korva.apply_spectral_correction_bsq(WIDE, [[1.0]]), ValueError, "pixels: expected a whole number"),
-    (lambda: korva.bilinear_coefficients(2**16, 2**16, 0, 0), ValueError, "mosaic_height * mosaic_width: expected"),
+    (lambda: korva.bilinear_coefficients(mosaic_height=2**16, mosaic_width=2**16, row_offset=0, column_offset=0),
+     ValueError, "mosaic_height * mosaic_width: expected"),
     (lambda: korva.apply_demosaicing_bilinear(np.zeros((2, 2)), np.ones(4), np.nan, 0), ValueError, "row_offset: exp"),
     (lambda: korva.apply_demosaicing_bilinear(np.zeros((0, 2)), np.ones(4), 0, 0), ValueError, "band_image rows: exp"),
-    (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), 2, 2, 2.0, 0), ValueError, "target: expected a row from 0"),
+    (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), **CELL, target_row=2.0, target_column=0), ValueError,
+     "target: expected a row from 0"),
+    (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), 2, 2, 0.5, 0.5), TypeError, "takes 1 positional argument but 5"),
     (lambda: korva.median_1d_9(np.zeros(8, F4)), ValueError, "number of values: expected a whole number"),
     (lambda: korva.median_1d(np.zeros(0, F4)), ValueError, "number of values: expected a whole number from 1"),
     (lambda: korva.median_filter_3x3(np.zeros((1, 9), F4)), ValueError, "image: expected at least 2 rows"),

@@ -88,7 +88,7 @@ HALVES = np.array([[0.5, 0.5], [-1.0, 0.0]])
      [0.5625, 0.1875, 0.1875, 0.0625]),
     (lambda: korva.apply_demosaicing_bilinear(STEPS, [0, 0, 0, 1.0], 0.5, 0.5)[0, :2], [13, 14]),
     (lambda: korva.apply_demosaicing_bilinear(RAMP.astype(float), [0, 0, 0, 1.0], -0.5, 0.5)[1, :2], [9, 10]),
-    (lambda: korva.demosaic_cube(STEPS[np.newaxis, :2, :2], 1, 1, 0.0, 0.0)[0], [[0, 1], [12, 13]]),
+    (lambda: korva.snapshot_bands(STEPS, mosaic=(4, 6), target=(1, 1))[7], [[13, 19], [61, 67]]),
     (lambda: korva.median_1d_9(STEPS[0, :9]), 4), (lambda: korva.median_1d_9(RAMP.ravel()[:9]), 4),
     (lambda: korva.median_1d_25(STEPS.ravel()[:25]), 12), (lambda: korva.median_1d_25(RAMP.ravel()[:25]), 12),
     (lambda: korva.median_1d(STEPS[0, :4]), 2), (lambda: korva.median_1d(RAMP[0, :4]), 1.5),

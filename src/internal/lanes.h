@@ -53,6 +53,13 @@ KORVA_INLINE V lesser(V a, V b) {
   if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_minps256(a, b);
   if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_minps(a, b);
   if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_minpd512_mask(a, b, a, -1, kThisRounding);
+  if constexpr (std::is_same_v<V, Vector<float, 16>>) return __builtin_ia32_minps512_mask(a, b, a, -1, kThisRounding);
+  if constexpr (std::is_same_v<V, Vector<int, 16>>) return __builtin_ia32_pminsd512_mask(a, b, a, -1);
+  if constexpr (std::is_same_v<V, Vector<unsigned short, 32>>) {
+    using Shorts = Vector<short, 32>;
+    return reinterpret_cast<V>(
+        __builtin_ia32_pminuw512_mask(reinterpret_cast<Shorts>(a), reinterpret_cast<Shorts>(b), Shorts{}, -1));
+  }
 #endif
   return a < b ? a : b;
 }
@@ -63,6 +70,15 @@ KORVA_INLINE V greater(V a, V b) {
 #if KORVA_X86_BUILTINS
   if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_maxps256(a, b);
   if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_maxps(a, b);
+  if constexpr (std::is_same_v<V, Vector<double, 4>>) return __builtin_ia32_maxpd256(a, b);
+  if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_maxpd512_mask(a, b, a, -1, kThisRounding);
+  if constexpr (std::is_same_v<V, Vector<float, 16>>) return __builtin_ia32_maxps512_mask(a, b, a, -1, kThisRounding);
+  if constexpr (std::is_same_v<V, Vector<int, 16>>) return __builtin_ia32_pmaxsd512_mask(a, b, a, -1);
+  if constexpr (std::is_same_v<V, Vector<unsigned short, 32>>) {
+    using Shorts = Vector<short, 32>;
+    return reinterpret_cast<V>(
+        __builtin_ia32_pmaxuw512_mask(reinterpret_cast<Shorts>(a), reinterpret_cast<Shorts>(b), Shorts{}, -1));
+  }
 #endif
   return a > b ? a : b;
 }
@@ -80,6 +96,10 @@ KORVA_INLINE Vector<unsigned short, 8> lesser(Vector<unsigned short, 8> a, Vecto
 template <typename V>
 KORVA_INLINE bool anyLane(V lanes) {
 #if KORVA_X86_BUILTINS
+  if constexpr (sizeof(V) == 64) {
+    auto const words = reinterpret_cast<Vector<int, 16>>(lanes);
+    return __builtin_ia32_ptestmd512(words, words, -1) != 0;
+  }
   if constexpr (sizeof(V) == 32) return __builtin_ia32_pmovmskb256(reinterpret_cast<Vector<char, 32>>(lanes)) != 0;
   if constexpr (sizeof(V) == 16) return __builtin_ia32_pmovmskb128(reinterpret_cast<Vector<char, 16>>(lanes)) != 0;
 #endif
@@ -94,7 +114,7 @@ KORVA_INLINE bool anyLane(V lanes) {
 template <typename V>
 KORVA_INLINE void keepInRegister(V& lanes) {
 #if KORVA_X86_BUILTINS
-  asm("" : "+x"(lanes));
+  asm("" : "+v"(lanes));
 #else
   (void)lanes;
 #endif
@@ -108,6 +128,9 @@ KORVA_INLINE Doubles widenLanes(Floats lanes) {
   } else {
 #if KORVA_X86_BUILTINS
     if constexpr (std::is_same_v<Doubles, Vector<double, 4>>) return __builtin_ia32_cvtps2pd256(lanes);
+    if constexpr (std::is_same_v<Doubles, Vector<double, 8>>) {
+      return __builtin_ia32_cvtps2pd512_mask(lanes, Doubles{}, -1, kThisRounding);
+    }
 #endif
     return __builtin_convertvector(lanes, Doubles);
   }
@@ -119,6 +142,11 @@ KORVA_INLINE Floats narrowLanes(Doubles lanes) {
   if constexpr (std::is_same_v<Floats, float>) {
     return static_cast<float>(lanes);
   } else {
+#if KORVA_X86_BUILTINS
+    if constexpr (std::is_same_v<Doubles, Vector<double, 8>>) {
+      return __builtin_ia32_cvtpd2ps512_mask(lanes, Floats{}, -1, kThisRounding);
+    }
+#endif
     return __builtin_convertvector(lanes, Floats);
   }
 }

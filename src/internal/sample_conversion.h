@@ -41,6 +41,10 @@ KORVA_INLINE Doubles loadWidened(Sample const* source) {
     return widenLanes<Doubles>(loadLanes<Vector<float, lanes>>(source));
   } else {
 #if KORVA_X86_BUILTINS
+    if constexpr (lanes == 8) {
+      auto const samples = __builtin_ia32_pmovzxwd256(loadLanes<Vector<short, 8>>(source));
+      return __builtin_ia32_cvtdq2pd512_mask(samples, Doubles{}, -1);
+    }
     if constexpr (lanes == 4) {
       // Through an integer: a vector of which half is copied would be assembled in memory.
       long long bits;
@@ -94,10 +98,13 @@ KORVA_INLINE void storeConverted(Sample* target, Doubles values) {
   if constexpr (std::is_same_v<Sample, double>) {
     storeLanes(target, values);
   } else if constexpr (std::is_same_v<Sample, float>) {
-    storeLanes(target, __builtin_convertvector(values, Vector<float, lanes>));
+    storeLanes(target, narrowLanes<Vector<float, lanes>>(values));
   } else {
     auto const truncated = truncateLanes(values + 0.5);
 #if KORVA_X86_BUILTINS
+    if constexpr (lanes == 8) {
+      return storeLanes(target, __builtin_ia32_pmovdw256_mask(truncated, Vector<short, 8>{}, -1));
+    }
     if constexpr (lanes == 4) {
       auto const packed = reinterpret_cast<Vector<long long, 2>>(packLanes(truncated, truncated));
       long long const bits = packed[0];
