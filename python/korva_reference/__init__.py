@@ -15,8 +15,8 @@ Calls release the interpreter lock, so threads run side by side; no two of them 
 
 The shared library is loaded at the first call: the file named by the environment variable KORVA_REFERENCE_LIBRARY, or
 libkorva_reference_api.so.1.0 beside this package, in the lib folder of the Python environment, or where the dynamic
-linker finds it. A name without a folder in that variable asks the dynamic linker at once. If there is no library, or one
-of another release, that call raises an OSError that says so; loaded_library() tells which file it is.
+linker finds it. A name without a folder in that variable asks the dynamic linker at once. If there is no library, or
+one of another release, that call raises an OSError that says so; loaded_library() tells which file it is.
 """
 
 import importlib as _importlib

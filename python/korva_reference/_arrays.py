@@ -10,10 +10,14 @@ import math
 import numbers
 import operator
 import os
-from typing import Any, NoReturn
+from typing import Any, NoReturn, TypeVar
 
 import numpy as np
 from numpy.typing import NDArray
+
+# The sample type of an array and of what is made of it.
+Sample = TypeVar("Sample", np.uint16, np.float32)
+Resampled = TypeVar("Resampled", np.uint16, np.float64)
 
 UINT16, FLOAT32, FLOAT64 = np.dtype(np.uint16), np.dtype(np.float32), np.dtype(np.float64)
 SUFFIX = {UINT16: "uint16", FLOAT32: "float", FLOAT64: "dbl"}
@@ -75,7 +79,10 @@ def array(argument: str, value: Any, dtypes: tuple[np.dtype[Any], ...], *dimensi
     # A view of our own: its shape cannot change between the checks and the call.
     view = np.ndarray.view(value, np.ndarray)
     if view.dtype not in dtypes and view.dtype.newbyteorder() not in dtypes:
-        fail(argument, f"samples of {_name(dtypes)}", view.dtype, TypeError)
+        # Of the types that are taken, the wanted one is probably of the same kind.
+        alike = [dtype for dtype in dtypes if dtype.kind == view.dtype.kind] or list(dtypes)
+        hint = f" ({argument}.astype(np.{alike[0]}) converts)" if view.dtype.kind in "iufb" else ""
+        fail(argument, f"samples of {_name(dtypes)}", f"{view.dtype}{hint}", TypeError)
     if dimensions and view.ndim not in dimensions:
         fail(argument, f"{' or '.join(map(str, dimensions))} dimensions", view.ndim)
     return view

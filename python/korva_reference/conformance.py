@@ -3,8 +3,9 @@
     report = conformance.check("median_filter_3x3", my_filter)
     assert report, report
 
-Cases are numbered, and the same wherever NumPy draws the same numbers. They have borders, odd sizes, every 16th wide rows, ties, extremes, and NaN and
-zeros of both signs where a result is defined for them. What they expect is what this package's routine gives.
+Cases are numbered, and the same wherever NumPy draws the same numbers. They have borders, odd sizes, every 16th wide
+rows, ties, extremes, and NaN and zeros of both signs where a result is defined for them. What they expect is what this
+package's routine gives.
 
     python -m korva_reference.conformance --export FOLDER [ROUTINE]...
 
@@ -111,8 +112,8 @@ def _correct_bias(draw: Draw) -> Arguments:
 
 def _correction_coefficients(draw: Draw) -> Arguments:
     white = draw.samples(draw.sample_type(), (draw.size(), draw.columns()))
-    rest = dict(factor1=float(draw.rng.random()), factor2=float(draw.rng.random() * 3), flag_value=int(draw.rng.integers(0, 9)))
-    return dict(white=white, **rest)
+    factors = dict(factor1=float(draw.rng.random()), factor2=float(draw.rng.random() * 3))
+    return dict(white=white, **factors, flag_value=int(draw.rng.integers(0, 9)))
 
 
 def _reflectance(draw: Draw) -> Arguments:
@@ -199,7 +200,8 @@ def _pixelwise(*parameters: str) -> Maker:
 
 
 def _apply_kernel_7x7(draw: Draw) -> Arguments:
-    return dict(image=draw.samples(np.dtype("f4"), (draw.size(1, 20), draw.columns(1, 20))), kernel=draw.rng.random((7, 7)))
+    image = draw.samples(np.dtype("f4"), (draw.size(1, 20), draw.columns(1, 20)))
+    return dict(image=image, kernel=draw.rng.random((7, 7)))
 
 
 def _conversion(draw: Draw) -> Arguments:
@@ -221,7 +223,8 @@ def _rgbx_demosaic_frame(draw: Draw) -> Arguments:
 
 def _rgbx_compute_new_wli(draw: Draw) -> Arguments:
     bands = draw.samples(np.dtype("f4"), (4, draw.size(6, 18), draw.columns(6, 18)), edges=False)
-    return dict(bands=bands, kernel=draw.rng.random((7, 7)) / 30, kb=0.114, kr=0.299, weight=float(draw.rng.random() * 1.5))
+    kernel, weight = draw.rng.random((7, 7)) / 30, float(draw.rng.random() * 1.5)
+    return dict(bands=bands, kernel=kernel, kb=0.114, kr=0.299, weight=weight)
 
 
 _ROUTINES: dict[str, Maker] = {

@@ -8,16 +8,16 @@ import numpy as np
 from numpy.typing import NDArray
 
 from ._arrays import (
-    SAMPLES, UINT16, UNSIGNED_LONG, array, count, fail, first_row, is_planes, is_rows, is_run, new, output, planes,
-    readable, require_memory, rows,
+    SAMPLES, Sample, UINT16, UNSIGNED_LONG, array, count, fail, first_row, is_planes, is_rows, is_run, new, output,
+    planes, readable, require_memory, rows,
 )
 from ._buffers import WorkingMemory
 from ._library import call
 
 
 def crop_image(
-    image: NDArray[Any], *, left: int, top: int, width: int, height: int, out: NDArray[Any] | None = None
-) -> NDArray[Any]:
+    image: NDArray[Sample], *, left: int, top: int, width: int, height: int, out: NDArray[Sample] | None = None
+) -> NDArray[Sample]:
     """Copies a rectangle out of a frame or image of uint16 or float32, (row, column).
 
     left and top are the column and row of its first sample; the result has shape (height, width).

@@ -10,7 +10,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from ._arrays import (
-    FLOAT64, SUFFIX, UINT16, UNSIGNED_INT, array, count, fail, is_planes, output, real, run, table,
+    FLOAT64, Resampled, SUFFIX, UINT16, UNSIGNED_INT, array, count, fail, is_planes, output, real, run, table,
 )
 from ._library import call
 
@@ -71,9 +71,9 @@ def bilinear_coefficients(
 
 
 def apply_demosaicing_bilinear(
-    band_image: NDArray[Any], weights: ArrayLike, row_offset: float, column_offset: float, *,
-    out: NDArray[Any] | None = None,
-) -> NDArray[Any]:
+    band_image: NDArray[Resampled], weights: ArrayLike, row_offset: float, column_offset: float, *,
+    out: NDArray[Resampled] | None = None,
+) -> NDArray[Resampled]:
     """Resamples a band image of uint16 or float64, (row, column), with four bilinear weights.
 
     Of the offsets only the signs count: a negative one moves the interpolation square one band row up or one band
@@ -102,9 +102,9 @@ def apply_demosaicing_bilinear(
 
 
 def demosaic_cube(
-    cube: NDArray[Any], *, mosaic_width: int, mosaic_height: int, target_row: float, target_column: float,
-    out: NDArray[Any] | None = None,
-) -> NDArray[Any]:
+    cube: NDArray[Resampled], *, mosaic_width: int, mosaic_height: int, target_row: float, target_column: float,
+    out: NDArray[Resampled] | None = None,
+) -> NDArray[Resampled]:
     """Resamples all band images of a snapshot mosaic, (band, row, column), at one target point of the mosaic cell.
 
     Does for each band what the four functions above do one after another. The target lies inside the cell, in sensor

@@ -8,11 +8,11 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from ._arrays import SAMPLES, SUFFIX, array, count, fail, is_planes, is_rows, output, require_memory, rows, run
+from ._arrays import SAMPLES, SUFFIX, Sample, array, count, fail, is_planes, is_rows, output, require_memory, rows, run
 from ._library import call
 
 
-def _median(name: str, values: NDArray[Any], size: int | None, in_place: bool) -> Any:
+def _median(name: str, values: NDArray[Sample], size: int | None, in_place: bool) -> Sample:
     view = array("values", values, SAMPLES, 1)
     count("number of values", view.size, size or 1, size or view.size or 1)
     dtype = view.dtype.newbyteorder("=")
@@ -22,10 +22,11 @@ def _median(name: str, values: NDArray[Any], size: int | None, in_place: bool) -
         require_memory("copy of the values", view.nbytes)
         working = np.array(view, dtype)
     result = call(f"KORVA_Ref_MF_{name}_{SUFFIX[dtype]}", run(working), *(() if size else (working.size,)))
-    return dtype.type(result)
+    median: Sample = dtype.type(result)
+    return median
 
 
-def median_1d_9(values: NDArray[Any], *, in_place: bool = False) -> Any:
+def median_1d_9(values: NDArray[Sample], *, in_place: bool = False) -> Sample:
     """The median of 9 samples of uint16 or float32, by the 19-exchange network.
 
     With in_place the array is left as the exchanges leave it, with the median in values[4]; otherwise a copy is.
@@ -37,7 +38,7 @@ def median_1d_9(values: NDArray[Any], *, in_place: bool = False) -> Any:
     return _median("Median1D_9", values, 9, in_place)
 
 
-def median_1d_25(values: NDArray[Any], *, in_place: bool = False) -> Any:
+def median_1d_25(values: NDArray[Sample], *, in_place: bool = False) -> Sample:
     """The median of 25 samples of uint16 or float32, by the 99-exchange network.
 
     With in_place the array is left as the exchanges leave it, with the median in values[12]; otherwise a copy is.
@@ -49,7 +50,7 @@ def median_1d_25(values: NDArray[Any], *, in_place: bool = False) -> Any:
     return _median("Median1D_25", values, 25, in_place)
 
 
-def median_1d(values: NDArray[Any], *, in_place: bool = False) -> Any:
+def median_1d(values: NDArray[Sample], *, in_place: bool = False) -> Sample:
     """The median of one or more samples of uint16 or float32; the mean of the middle two for an even number.
 
     Halves round up for uint16. With in_place the array is left partly ordered, with its middle sample in place.
@@ -74,7 +75,7 @@ def _filter(name: str, image: NDArray[Any], least: int, out: NDArray[Any] | None
     return target if out is None else out
 
 
-def median_filter_3x3(image: NDArray[Any], *, out: NDArray[Any] | None = None) -> NDArray[Any]:
+def median_filter_3x3(image: NDArray[Sample], *, out: NDArray[Sample] | None = None) -> NDArray[Sample]:
     """Replaces every sample by the median of its 3 x 3 neighbourhood, clipped to the image.
 
     image is uint16 or float32, (row, column), at least 2 x 2, or a cube of such images, (band, row, column).
@@ -86,7 +87,7 @@ def median_filter_3x3(image: NDArray[Any], *, out: NDArray[Any] | None = None) -
     return _filter("Median2D_3x3", image, 2, out)
 
 
-def median_filter_5x5(image: NDArray[Any], *, out: NDArray[Any] | None = None) -> NDArray[Any]:
+def median_filter_5x5(image: NDArray[Sample], *, out: NDArray[Sample] | None = None) -> NDArray[Sample]:
     """Replaces every sample by the median of its 5 x 5 neighbourhood, clipped to the image.
 
     image is uint16 or float32, (row, column), at least 4 x 4, or a cube of such images, (band, row, column).

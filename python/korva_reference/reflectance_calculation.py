@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from ._arrays import (
-    FLOAT64, SAMPLES, SUFFIX, UINT16, array, count, fail, output, real, run, same_shape, sample,
+    FLOAT64, SAMPLES, SUFFIX, UINT16, Sample, array, count, fail, output, real, run, same_shape, sample,
 )
 from ._library import call
 
@@ -18,8 +18,8 @@ INVALID_COEFFICIENT = float(np.finfo(np.float64).max)
 
 
 def correct_bias(
-    frame: NDArray[Any], bias: NDArray[Any], *, out: NDArray[Any] | None = None
-) -> NDArray[Any]:
+    frame: NDArray[Sample], bias: NDArray[Sample], *, out: NDArray[Sample] | None = None
+) -> NDArray[Sample]:
     """Subtracts a bias frame: frame - bias, for uint16 not below 0.
 
     Both have one sample type, uint16 or float32, and one shape of any number of dimensions; out may be either of them.
@@ -39,7 +39,7 @@ def correct_bias(
 
 
 def correction_coefficients(
-    white: NDArray[Any], factor1: float, factor2: float, flag_value: float, *, out: NDArray[np.float64] | None = None
+    white: NDArray[Sample], factor1: float, factor2: float, flag_value: float, *, out: NDArray[np.float64] | None = None
 ) -> NDArray[np.float64]:
     """Computes factor1 * factor2 / white for each pixel of a bias-corrected white reference, as float64.
 
@@ -61,9 +61,9 @@ def correction_coefficients(
 
 
 def reflectance(
-    frame: NDArray[Any], coefficients: NDArray[np.float64], divisor: float, flag_value: float, limit_value: float,
-    full_scale: int | None = None, *, out: NDArray[Any] | None = None,
-) -> NDArray[Any]:
+    frame: NDArray[Sample], coefficients: NDArray[np.float64], divisor: float, flag_value: float, limit_value: float,
+    full_scale: int | None = None, *, out: NDArray[Sample] | None = None,
+) -> NDArray[Sample]:
     """Computes reflectance from a bias-corrected frame: frame * coefficients / divisor.
 
     frame is uint16 or float32 and of any shape, coefficients float64 of the same shape; the result has the frame's type

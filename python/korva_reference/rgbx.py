@@ -10,10 +10,14 @@ An RGBX frame repeats this tile of 4 x 4 filters from its first pixel on:
 
 from __future__ import annotations
 
+from typing import Literal
+
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from ._arrays import FLOAT32, array, count, fail, is_planes, is_rows, new, output, planes, real, require_memory, rows, run
+from ._arrays import (
+    FLOAT32, array, count, fail, is_planes, is_rows, new, output, planes, real, require_memory, rows, run,
+)
 from ._buffers import WorkingMemory
 from ._library import NewWLIBuffersRecord, call
 from .image_operations import kernel_weights
@@ -28,7 +32,7 @@ def _require_size(argument: str, view: Image, least_rows: int, least_columns: in
         fail(argument, f"at least {least_rows} rows and {least_columns} columns{what}", f"shape {view.shape}")
 
 
-def rgbx_compute_band(frame: Image, band: str, *, out: Image | None = None) -> Image:
+def rgbx_compute_band(frame: Image, band: Literal["R", "G", "B", "X"], *, out: Image | None = None) -> Image:
     """Computes band "R", "G", "B" or "X" of an RGBX frame of float32, (row, column), at the frame's full size.
 
     Some samples near the edges, never more than 3 from one, keep what out held; they are 0 in a new result. out may be

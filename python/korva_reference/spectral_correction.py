@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from ._arrays import (
-    FLOAT64, SAMPLES, SUFFIX, UNSIGNED_INT, array, count, fail, is_planes, output, planes, rows, run, table,
+    FLOAT64, SAMPLES, SUFFIX, Sample, UNSIGNED_INT, array, count, fail, is_planes, output, planes, rows, run, table,
 )
 from ._library import call
 
@@ -24,8 +24,8 @@ def _matrix(value: ArrayLike, in_bands: int) -> NDArray[np.float64]:
 
 
 def apply_spectral_correction(
-    spectra: NDArray[Any], matrix: ArrayLike, *, out: NDArray[Any] | None = None
-) -> NDArray[Any]:
+    spectra: NDArray[Sample], matrix: ArrayLike, *, out: NDArray[Sample] | None = None
+) -> NDArray[Sample]:
     """Applies a correction matrix (output band, input band) to one spectrum or to many, band-interleaved by pixel.
 
     spectra is uint16 or float32 with the bands in its last dimension, at most 2**32 - 1 pixels; the result has the
@@ -37,7 +37,7 @@ def apply_spectral_correction(
     >>> apply_spectral_correction(pixels, [[0.5, 0.5, 0], [0, 0, -2]]).tolist()
     [[1.5, -6.0], [4.5, -12.0]]
     """
-    view = array("spectra", spectra, SAMPLES)
+    view: NDArray[Any] = array("spectra", spectra, SAMPLES)
     if not view.ndim:
         fail("spectra", "at least 1 dimension", 0)
     pixels = count("pixels", math.prod(view.shape[:-1]), 0, UNSIGNED_INT)
@@ -53,9 +53,9 @@ def apply_spectral_correction(
 
 
 def apply_spectral_correction_bsq(
-    cube: NDArray[Any], matrix: ArrayLike, *, out: NDArray[Any] | None = None,
+    cube: NDArray[Sample], matrix: ArrayLike, *, out: NDArray[Sample] | None = None,
     scratch: NDArray[np.float64] | None = None,
-) -> NDArray[Any]:
+) -> NDArray[Sample]:
     """Applies a correction matrix (output band, input band) to a band-sequential cube; negative sums become 0.
 
     cube is uint16 or float32, (band, row, column), with at most 2**32 - 1 pixels; the result has the output bands

@@ -1,6 +1,8 @@
 """The examples, other programs' view of the written cubes, and an installation: slow, or in need of more packages."""
 
+import doctest
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -80,7 +82,8 @@ def test_many_frames_on_a_cluster_survives_the_death_of_a_worker(tmp_path):
     assert cubes("cluster") == expected and not list(Path("cluster").glob(".*"))
 
 
-def test_written_cubes_open_in_gdal_and_spectral_python(tmp_path):
+def test_written_cubes_open_in_other_programs(tmp_path):
+    import rasterio
     import spectral
     from osgeo import gdal
 
@@ -90,20 +93,34 @@ def test_written_cubes_open_in_gdal_and_spectral_python(tmp_path):
         for dtype in (np.uint16, np.float32, np.float64):
             name = f"{interleave}_{np.dtype(dtype)}"
             korva.envi.write(f"{name}.raw", cube.astype(dtype), interleave=interleave,
-                             wavelength=[450, 500, 550, 600, 650.5], default_bands=[4, 2, 0])
+                             wavelength=[450, 500, 550, 600, 650.5], default_bands=[4, 2, 0],
+                             others={"reflectance scale factor": 10000, "data ignore value": 65535})
             image = spectral.open_image(f"{name}.hdr")
             assert image.bands.centers == [450, 500, 550, 600, 650.5] and image.bands.band_unit == "Nanometers"
-            assert np.array_equal(image.load(dtype=dtype).transpose(2, 0, 1), cube)
+            assert np.array_equal(image.load(dtype=dtype, scale=False).transpose(2, 0, 1), cube)
             assert image.metadata["default bands"] == ["5", "3", "1"]
+            assert image.scale_factor == 10000 and image.metadata["data ignore value"] == "65535"
             dataset = gdal.Open(f"{name}.raw")
             assert dataset.GetDriver().ShortName == "ENVI" and np.array_equal(dataset.ReadAsArray(), cube)
             assert dataset.ReadAsArray().dtype == dtype
             assert dataset.GetRasterBand(5).GetMetadata()["wavelength"] == "650.5"
+            assert dataset.GetRasterBand(1).GetNoDataValue() == 65535
+            with rasterio.open(f"{name}.raw") as opened:
+                assert np.array_equal(opened.read(), cube) and opened.nodata == 65535
             colours = [dataset.GetRasterBand(band).GetColorInterpretation() for band in (5, 3, 1)]
             assert colours == [gdal.GCI_RedBand, gdal.GCI_GreenBand, gdal.GCI_BlueBand]
             # And the other way: what Spectral Python writes is read here.
             spectral.envi.save_image(f"other_{name}.hdr", cube.transpose(1, 2, 0).astype(dtype), interleave=interleave)
             assert np.array_equal(korva.envi.read(f"other_{name}.hdr")[0], cube)
+    lines = re.search(r"```octave\n(.*?)```", (ROOT / "docs/python.md").read_text(), re.DOTALL)[1]
+    korva.envi.write("cube.raw", cube)
+    script = re.sub("512, 272, 16", "6, 7, 5", lines) + 'printf("%d ", cube(2, 3, 4), size(cube))'
+    assert run("octave-cli", "--eval", script).split() == [str(n) for n in (cube[3, 1, 2], 7, 6, 5)]
+
+
+def test_documented_lines_for_dask_and_xarray():
+    tried = doctest.testfile(str(ROOT / "docs/python.md"), module_relative=False)
+    assert tried.attempted >= 9 and tried.failed == 0
 
 
 def test_package_installs_without_a_network_and_its_examples_run(tmp_path):

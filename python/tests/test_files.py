@@ -193,7 +193,8 @@ def test_a_header_that_was_read_is_written_with_every_field_and_can_be_changed()
     ("data type = 12", "", "expected a line 'data type = ...', found none"), ("= 12", "= 7", "a data type among"),
     ("byte order = 1", "", "expected a line 'byte order = ...', found none"), ("= BIL", "= BIX", "an interleave"),
     ("lines   = 1", "lines = 0", "at least 1 as 'lines', found '0'"), ("= 5", "= -5", "as 'header offset', found '-5'"),
-    ("byte order = 1", "byte order = 2", "expected a byte order of 0 or 1"), ("= 2", "= 9999999999999999999", "as 'samples'"),
+    ("byte order = 1", "byte order = 2", "expected a byte order of 0 or 1"),
+    ("= 2", "= 9999999999999999999", "as 'samples'"),
     ("byte order = 1", " " * 100000, "expected a line 'byte order = ...', found none"),
 ])
 def test_envi_header_faults(line, becomes, words):
