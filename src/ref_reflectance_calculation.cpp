@@ -102,16 +102,11 @@ KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, Reflectan
 }
 
 // Of most blocks no rule replaces a sample, which two or three comparisons per vector tell; these need the products
-// only. AVX-512 and ARM have what makes the definition a loop of vectors without the question; x86-64 without it takes
-// 1.15 of the time (Zen 5).
+// only. AVX-512 has masks, with which both compilers make a loop over the definition that does without the question.
 template <int vectorBytes>
 struct ComputeReflectance {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
-#if defined(__x86_64__)
   static constexpr bool kIsPlain = vectorBytes == 64;
-#else
-  static constexpr bool kIsPlain = true;
-#endif
   static constexpr std::size_t kBlock = kIsPlain ? 64 : 16;
   // Samples that are fetched ahead, and from how many on: a frame of 2048 x 1088 takes 0.65 of the time (Zen 5,
   // AVX-512) or 0.9 (AVX2; Zen 3: 0.75); what fits the second cache would take 1.1.

@@ -15,6 +15,14 @@
 #define KORVA_X86_BUILTINS 0
 #endif
 
+// g++ 12 converts the lanes of vectors of two one by one on ARM, unless it is told the instruction.
+#if defined(__aarch64__) && !defined(__clang__)
+#define KORVA_ARM_INTRINSICS 1
+#include <arm_neon.h>
+#else
+#define KORVA_ARM_INTRINSICS 0
+#endif
+
 namespace korva {
 
 #if KORVA_X86_BUILTINS
@@ -132,6 +140,9 @@ KORVA_INLINE Doubles widenLanes(Floats lanes) {
       return __builtin_ia32_cvtps2pd512_mask(lanes, Doubles{}, -1, kThisRounding);
     }
 #endif
+#if KORVA_ARM_INTRINSICS
+    if constexpr (std::is_same_v<Doubles, Vector<double, 2>>) return vcvt_f64_f32(lanes);
+#endif
     return __builtin_convertvector(lanes, Doubles);
   }
 }
@@ -146,6 +157,9 @@ KORVA_INLINE Floats narrowLanes(Doubles lanes) {
     if constexpr (std::is_same_v<Doubles, Vector<double, 8>>) {
       return __builtin_ia32_cvtpd2ps512_mask(lanes, Floats{}, -1, kThisRounding);
     }
+#endif
+#if KORVA_ARM_INTRINSICS
+    if constexpr (std::is_same_v<Doubles, Vector<double, 2>>) return vcvt_f32_f64(lanes);
 #endif
     return __builtin_convertvector(lanes, Floats);
   }

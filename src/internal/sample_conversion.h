@@ -53,6 +53,14 @@ KORVA_INLINE Doubles loadWidened(Sample const* source) {
       return __builtin_ia32_cvtdq2pd256(__builtin_ia32_pmovzxwd128(samples));
     }
 #endif
+#if KORVA_ARM_INTRINSICS
+    if constexpr (lanes == 2) {
+      unsigned bits;
+      __builtin_memcpy(&bits, source, sizeof bits);
+      auto const samples = vmovl_u16(vreinterpret_u16_u32(vdup_n_u32(bits)));
+      return vcvtq_f64_u64(vmovl_u32(vget_low_u32(samples)));
+    }
+#endif
     return __builtin_convertvector(
         __builtin_convertvector(loadLanes<Vector<unsigned short, lanes>>(source), Vector<int, lanes>), Doubles);
   }
@@ -62,7 +70,7 @@ template <typename Doubles, typename Sample>
 KORVA_INLINE void widenRow(double* target, Sample const* source, std::size_t count) {
   constexpr std::size_t kLanes = sizeof(Doubles) / sizeof(double);
   std::size_t k = 0;
-  // Two at a time g++ converts one by one for ARM; its own vectors of this loop are right.
+  // Two at a time, the compilers' own vectors are faster.
   for (; kLanes > 2 && k + kLanes <= count; k += kLanes) storeLanes(target + k, loadWidened<Doubles>(source + k));
   for (; k < count; ++k) target[k] = static_cast<double>(source[k]);
 }
@@ -82,14 +90,17 @@ KORVA_INLINE auto truncateLanes(Doubles values) {
   using Bits = decltype(values < values);
   Bits const bits = reinterpret_cast<Bits>(values);
   auto const representable = reinterpret_cast<Doubles>(bits & 0x7fffffffffffffff) < 2147483648.0;
-  return __builtin_convertvector(reinterpret_cast<Doubles>(bits & representable), Vector<int, lanes>);
+  auto const inRange = reinterpret_cast<Doubles>(bits & representable);
+#if KORVA_ARM_INTRINSICS
+  if constexpr (lanes == 2) return Vector<int, 2>(vmovn_s64(vcvtq_s64_f64(inRange)));
+#endif
+  return __builtin_convertvector(inRange, Vector<int, lanes>);
 }
 
 // The low 16 bits of two vectors.
 KORVA_INLINE Vector<unsigned short, 8> packLanes(Vector<int, 4> first, Vector<int, 4> second) {
   using Halves = Vector<unsigned short, 8>;
-  return __builtin_shufflevector(reinterpret_cast<Halves>(first), reinterpret_cast<Halves>(second), 0, 2, 4, 6, 8, 10,
-                                 12, 14);
+  return shuffleLanes<0, 2, 4, 6, 8, 10, 12, 14>(reinterpret_cast<Halves>(first), reinterpret_cast<Halves>(second));
 }
 
 template <typename Doubles, typename Sample>
