@@ -86,6 +86,15 @@ KORVA_INLINE auto truncateLanes(Doubles values) {
     return Vector<int, 8>(__builtin_ia32_cvttpd2dq512_mask(values, Vector<int, 8>{}, -1, kThisRounding));
   }
 #endif
+#if defined(__clang__) && defined(__x86_64__)
+  // clang knows neither builtins of AVX nor registers of 32 bytes in functions that are only inlined into such for AVX.
+  // From memory the instruction still takes 0.9 of the time of a comparison before it.
+  if constexpr (lanes == 4) {
+    Vector<int, 4> truncated;
+    asm("vcvttpd2dqy %1, %0" : "=x"(truncated) : "m"(values));
+    return truncated;
+  }
+#endif
   // One comparison does, since the bits of -2147483648 are 0 too.
   using Bits = decltype(values < values);
   Bits const bits = reinterpret_cast<Bits>(values);
