@@ -63,114 +63,63 @@ class HugeSpace {
   char* start_;
 };
 
-// The runs of a call, as whatever it takes them for.
+// The runs of a call, as whatever it takes them for, and the number of their rows and samples.
 struct Runs {
-  float* f[4];
-  Short* s[4];
-  double* d[4];
-  explicit Runs(auto const& starts) {
+  float* f[4] = {};
+  Short* s[4] = {};
+  double* d[4] = {};
+  Size n, count;
+  float** planes[3] = {&f[0], &f[1], &f[2]};
+  float** sameThree[3] = {&f[3], &f[3], &f[3]};
+  float *outRows[7], *inRows[7];
+  Short **out = &s[0], **in = &s[1];
+  unsigned height = static_cast<unsigned>(n), pixels = static_cast<unsigned>(count / 2);
+
+  Runs(std::vector<char*> const& starts, Size rows) : n(rows), count(rows * kRow) {
     for (Size k = 0; k < starts.size(); ++k) {
       f[k] = reinterpret_cast<float*>(starts[k]);
       s[k] = reinterpret_cast<Short*>(starts[k]);
       d[k] = reinterpret_cast<double*>(starts[k]);
     }
+    std::fill_n(outRows, 7, f[0]);
+    std::fill_n(inRows, 7, f[1]);
   }
+  Runs(Runs const&) = delete;
 };
 
 struct Call {
   char const* name;
   std::vector<Size> sampleBytes;
-  void (*run)(Runs runs, Size rows);
+  void (*run)(Runs& r);
 };
 
 double const kWeights[49] = {0.25, -0.5, 0.75, 1.0, 0.125, 0.3};
 double const* const kMatrix[2] = {kWeights, kWeights + 2};
 
+// clang-format off
+#define KORVA_CALL(routine, ...) #routine, {__VA_ARGS__}, [](Runs& r) { KORVA_Ref_##routine
 Call const kCalls[] = {
-    {"Subtract", {4, 4, 4}, [](Runs r, Size n) { KORVA_Ref_Subtract_float(&r.f[0], &r.f[1], &r.f[2], kRow, n); }},
-    {"Add", {4, 4, 4}, [](Runs r, Size n) { KORVA_Ref_Add_float(&r.f[0], &r.f[1], &r.f[2], kRow, n); }},
-    {"Mix", {4, 4, 4}, [](Runs r, Size n) { KORVA_Ref_Mix_float(&r.f[0], &r.f[1], &r.f[2], kRow, n, 0.3); }},
-    {"Crop", {4, 4}, [](Runs r, Size n) { KORVA_Ref_Crop_float(&r.f[0], &r.f[1], 0, 1, 0, 0, n * kRow, 1); }},
-    {"Kernel7x7",
-     {4, 4},
-     [](Runs r, Size n) {
-       float *in[7], *out[7];
-       std::fill_n(in, 7, r.f[1]);
-       std::fill_n(out, 7, r.f[0]);
-       KORVA_Ref_ApplyKernel7x7_float(out, in, n * kRow, 7, kWeights);
-     }},
-    {"RGBToYCbCr",
-     {4, 4, 4, 4},
-     [](Runs r, Size n) {
-       float **out[] = {&r.f[0], &r.f[1], &r.f[2]}, **in[] = {&r.f[3], &r.f[3], &r.f[3]};
-       KORVA_Ref_RGBToYCbCr_float(out, in, kRow, n, 0.1, 0.3);
-     }},
-    {"YCbCrToRGB",
-     {4, 4, 4, 4},
-     [](Runs r, Size n) {
-       float **out[] = {&r.f[0], &r.f[1], &r.f[2]}, **in[] = {&r.f[3], &r.f[3], &r.f[3]};
-       KORVA_Ref_YCbCrToRGB_float(out, in, kRow, n, 0.1, 0.3);
-     }},
-    {"CorrectBias, float",
-     {4, 4, 4},
-     [](Runs r, Size n) { KORVA_Ref_RC_CorrectBias_float(r.f[0], r.f[1], r.f[2], n * kRow); }},
-    {"CorrectBias, uint16",
-     {2, 2, 2},
-     [](Runs r, Size n) { KORVA_Ref_RC_CorrectBias_uint16(r.s[0], r.s[1], r.s[2], n * kRow); }},
-    {"Coefficients, float",
-     {8, 4},
-     [](Runs r, Size n) {
-       KORVA_Ref_RC_ComputeCorrectionCoefficients_float(r.d[0], r.f[1], n * kRow, 0.5, 0.9, 65535.0f);
-     }},
-    {"Coefficients, uint16",
-     {8, 2},
-     [](Runs r, Size n) {
-       KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16(r.d[0], r.s[1], n * kRow, 0.5, 0.9, 65535);
-     }},
-    {"Reflectance, float",
-     {4, 4, 8},
-     [](Runs r, Size n) {
-       KORVA_Ref_RC_ComputeReflectance_float(r.f[0], r.f[1], r.d[2], n * kRow, 2.0, 65535.0f, 65535.0f);
-     }},
-    {"Reflectance, uint16",
-     {2, 2, 8},
-     [](Runs r, Size n) {
-       KORVA_Ref_RC_ComputeReflectance_uint16(r.s[0], r.s[1], r.d[2], n * kRow, 50000.0, 10000, 65535, 65535);
-     }},
-    {"BIP, uint16",
-     {2, 2},
-     [](Runs r, Size n) {
-       auto const pixels = static_cast<unsigned>(n * kRow / 2);
-       KORVA_Ref_SC_ApplySpectralCorrection_BIP_uint16(r.s[0], r.s[1], kMatrix, 2, 2, pixels);
-     }},
-    {"Demosaicing, double",
-     {8, 8},
-     [](Runs r, Size n) {
-       auto const height = static_cast<unsigned>(n);
-       KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl(r.d[0], r.d[1], height, kRow, kWeights, 0.5, 0.5);
-     }},
-    {"Demosaicing, uint16",
-     {2, 2},
-     [](Runs r, Size n) {
-       auto const height = static_cast<unsigned>(n);
-       KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16(r.s[0], r.s[1], height, kRow, kWeights, 0.5, 0.5);
-     }},
-    {"Crop, uint16",
-     {2, 2},
-     [](Runs r, Size n) { KORVA_Ref_CG_CropImage_uint16(&r.s[0], &r.s[1], 0, 1, 0, 0, n * kRow, 1); }},
-    {"Ring, stored",
-     {2, 2},
-     [](Runs r, Size n) {
-       Short **plane = &r.s[0], **strip = &r.s[1];
-       KORVA_Ref_CG_LS_StitchBandImageStrip_uint16(&plane, strip, kRow, n, 0, 0, 0, 0, 0);
-     }},
-    {"Ring, handed out",
-     {2, 2},
-     [](Runs r, Size n) {
-       Short **out = &r.s[0], **plane = &r.s[1];
-       KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(&out, &plane, kRow, n, n, 1, 0, 0, 0);
-     }},
+    {KORVA_CALL(Subtract_float, 4, 4, 4)(&r.f[0], &r.f[1], &r.f[2], kRow, r.n); }},
+    {KORVA_CALL(Add_float, 4, 4, 4)(&r.f[0], &r.f[1], &r.f[2], kRow, r.n); }},
+    {KORVA_CALL(Mix_float, 4, 4, 4)(&r.f[0], &r.f[1], &r.f[2], kRow, r.n, 0.3); }},
+    {KORVA_CALL(Crop_float, 4, 4)(&r.f[0], &r.f[1], 0, 1, 0, 0, r.count, 1); }},
+    {KORVA_CALL(ApplyKernel7x7_float, 4, 4)(r.outRows, r.inRows, r.count, 7, kWeights); }},
+    {KORVA_CALL(RGBToYCbCr_float, 4, 4, 4, 4)(r.planes, r.sameThree, kRow, r.n, 0.1, 0.3); }},
+    {KORVA_CALL(YCbCrToRGB_float, 4, 4, 4, 4)(r.planes, r.sameThree, kRow, r.n, 0.1, 0.3); }},
+    {KORVA_CALL(RC_CorrectBias_float, 4, 4, 4)(r.f[0], r.f[1], r.f[2], r.count); }},
+    {KORVA_CALL(RC_CorrectBias_uint16, 2, 2, 2)(r.s[0], r.s[1], r.s[2], r.count); }},
+    {KORVA_CALL(RC_ComputeCorrectionCoefficients_float, 8, 4)(r.d[0], r.f[1], r.count, 0.5, 0.9, 65535.0f); }},
+    {KORVA_CALL(RC_ComputeCorrectionCoefficients_uint16, 8, 2)(r.d[0], r.s[1], r.count, 0.5, 0.9, 65535); }},
+    {KORVA_CALL(RC_ComputeReflectance_float, 4, 4, 8)(r.f[0], r.f[1], r.d[2], r.count, 2.0, 65535.0f, 65535.0f); }},
+    {KORVA_CALL(RC_ComputeReflectance_uint16, 2, 2, 8)(r.s[0], r.s[1], r.d[2], r.count, 5e4, 10000, 65535, 65535); }},
+    {KORVA_CALL(SC_ApplySpectralCorrection_BIP_uint16, 2, 2)(r.s[0], r.s[1], kMatrix, 2, 2, r.pixels); }},
+    {KORVA_CALL(DM_ApplyDemosaicingBilinear_dbl, 8, 8)(r.d[0], r.d[1], r.height, kRow, kWeights, 0.5, 0.5); }},
+    {KORVA_CALL(DM_ApplyDemosaicingBilinear_uint16, 2, 2)(r.s[0], r.s[1], r.height, kRow, kWeights, 0.5, 0.5); }},
+    {KORVA_CALL(CG_CropImage_uint16, 2, 2)(r.out, r.in, 0, 1, 0, 0, r.count, 1); }},
+    {KORVA_CALL(CG_LS_StitchBandImageStrip_uint16, 2, 2)(&r.out, r.in, kRow, r.n, 0, 0, 0, 0, 0); }},
+    {KORVA_CALL(CG_LS_GetStitchedSlice_BSQ_uint16, 2, 2)(&r.out, &r.in, kRow, r.n, r.n, 1, 0, 0, 0); }},
 };
+// clang-format on
 
 sigjmp_buf beforeTheCall;
 
@@ -182,7 +131,8 @@ TEST(HugeRuns, CountsKeepTheirHighBits) {
   sigaction(SIGSEGV, &jumpBack, &before);
   for (Call const& call : kCalls) {
     if (sigsetjmp(beforeTheCall, 1) != 0) continue;
-    call.run(Runs(space.starts(call.sampleBytes)), kRows);
+    Runs runs(space.starts(call.sampleBytes), kRows);
+    call.run(runs);
     ADD_FAILURE() << call.name << " ends before the forbidden page";
   }
   sigaction(SIGSEGV, &before, nullptr);
@@ -209,8 +159,9 @@ TEST(LengthyHugeRuns, EndAsAShortRunDoes) {
       expected.emplace_back(lastRows[k], lastRows[k] + kRow * bytes);
       copies.push_back(expected[k].data());
     }
-    call.run(Runs(copies), 1);
-    call.run(Runs(starts), kRows);
+    Runs row(copies, 1), rows(starts, kRows);
+    call.run(row);
+    call.run(rows);
     for (Size k = 0; k < starts.size(); ++k) {
       Size const end = expected[k].size() / 2;  // beyond what a window at the row's start can reach
       EXPECT_EQ(std::memcmp(lastRows[k] + end, copies[k] + end, end), 0) << call.name << ", run " << k;

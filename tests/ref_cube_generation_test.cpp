@@ -174,36 +174,5 @@ TEST(LineScan, RingTakesAndHandsOutEveryFrameNumber) {
   }
 }
 
-TEST(LineScan, EmptyRangeStoresNothing) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
-    auto ring = c.inOut<Short, 3>({5, 4, 2});
-    auto const frame = c.input<Short, 2>({5, 8});
-    c.compare(routine::CG_LS_StitchBandImage_uint16, ring, frame, 5u, 2u, 3u, 2u, 0u);
-  });
-}
-
-TEST(LineScan, BufferThatCannotBeHadStoresNull) {
-  Short*** ring = reinterpret_cast<Short***>(&ring);
-  for (auto const& [strip, bands] : {std::pair{0ul, 2ul}, {2ul, 0ul}, {1ul << 62, 2ul}, {~0ul, 1ul}}) {
-    KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, 4, strip, bands, 1, 3);
-    EXPECT_EQ(ring, nullptr) << strip << ", " << bands;
-    KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(ring);
-  }
-}
-
-TEST(SnapshotCube, WholeSensorFrame) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
-    auto const in = c.input<Short, 2>({2048, 1088}, kOneBlock, distinct);
-    auto cropped = c.output<Short, 2>({2042, 1082});
-    c.compare(routine::CG_CropImage_uint16, cropped, in, 2048u, 1088u, 3u, 3u, 2042u, 1082u);
-    for (std::size_t const cell : Sizes{4, 5}) {
-      auto out = c.output<Short, 2>({2048 / cell, 1088 / cell});
-      c.compare(routine::CG_SSM_GetBandImage_uint16, out, in, 2048u, 1088u, cell, cell, cell * cell - 2);
-    }
-  });
-}
-
 }  // namespace
 }  // namespace korva::test

@@ -125,46 +125,6 @@ void checkAllSizes(Routine<void(T*, T const*, unsigned, unsigned, double const*,
 TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_dbl); }
 TEST(BilinearDemosaicing, CountsOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_uint16); }
 
-// Samples of 1 and one weight: every value inside, and every edge value where that weight stands alone, is the weight.
-TEST(BilinearDemosaicing, ValuesAtTheEdgesOfTheConversion) {
-  auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
-  Cases cases;
-  for (double const edge : conversionEdges()) {
-    for (std::size_t which = 0; which < 4; ++which) {
-      cases.run({{"weight", which}}, [&](Case& c) {
-        auto const weight = [&](std::span<double> all, Random&) {
-          std::fill(all.begin(), all.end(), 0.0);
-          all[which] = edge;
-        };
-        auto const in = c.input<Short, 1>({3 * 37}, kOneBlock, ones);
-        auto const weights = c.input<double, 1>({4}, kOneBlock, weight);
-        auto out = c.output<Short, 1>({3 * 37});
-        c.compare(routine::DM_ApplyDemosaicingBilinear_uint16, out, in, 3u, 37u, weights, 0.5, 0.5);
-        checkImage(routine::DM_ApplyDemosaicingBilinear_uint16, c, 3, 37, true, true, weight);
-      });
-    }
-  }
-}
-
-// Weights whose sum lies at a half or cancels: any other order, or a fused product, gives other counts.
-TEST(BilinearDemosaicing, OrderAndRoundingOfTheSumShow) {
-  Cases cases;
-  for (int repetition = 0; repetition < 400; ++repetition) {
-    cases.run({}, [=](Case& c) {
-      auto const threes = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{3}); };
-      auto const halves = [](std::span<double> all, Random& random) {
-        for (double& weight : all) weight = random.real(0.0, 1000.0);
-        all[3] = static_cast<double>(random.below(9000)) / 3.0 + 0.5 / 3.0 - ((all[0] + all[1]) + all[2]);
-      };
-      auto const in = c.input<Short, 1>({2 * 19}, kOneBlock, threes);
-      auto const weights = repetition % 2 == 0 ? c.input<double, 1>({4}, kOneBlock, halves)
-                                               : c.input<double, 1>({4}, kOneBlock, fillCancelling);
-      auto out = c.output<Short, 1>({2 * 19});
-      c.compare(routine::DM_ApplyDemosaicingBilinear_uint16, out, in, 2u, 19u, weights, 0.5, 0.5);
-    });
-  }
-}
-
 TEST(BilinearDemosaicing, WorkedImage) {
   double const in[9] = {0, 4, 8, 12, 16, 20, 24, 28, 32}, weights[4] = {0.25, 0.25, 0.25, 0.25};
   double out[9];

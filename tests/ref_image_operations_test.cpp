@@ -56,19 +56,6 @@ TEST(ImageArithmetic, Difference) { checkArithmetic<>(routine::Subtract_float); 
 TEST(ImageArithmetic, Sum) { checkArithmetic<>(routine::Add_float); }
 TEST(ImageArithmetic, Mix) { checkArithmetic<double>(routine::Mix_float); }
 
-TEST(ImageArithmetic, EveryRoundingOfAMixShows) {
-  Cases cases;
-  for (double const weight : {0.1, 0.3, 0.7, 1.9}) {
-    cases.run({}, [&](Case& c) {
-      auto const a = c.input<float, 2>({999, 1}, kOneBlock, ordinary<float>);
-      auto const shareOfA = [&](std::size_t k) { return a.actualRow(0)[k] * weight; };
-      auto const b = c.input<float, 2>({999, 1}, kOneBlock, cancelling(1.0 - weight, shareOfA));
-      auto out = c.output<float, 2>({999, 1});
-      c.compare(routine::Mix_float, out, a, b, 999, 1, weight);
-    });
-  }
-}
-
 TEST(ImageCrop, MovesRowsWithAllTheirBits) {
   Cases cases;
   for (std::size_t const width : everyWidth(1)) {
@@ -116,35 +103,6 @@ TEST(Kernel7x7, ImagesOfAllSizes) {
       auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
       auto out = c.output<float, 2>({width, height}, kSeparateRows);
       c.compare(routine::ApplyKernel7x7_float, out, in, width, height, kernel);
-    });
-  }
-}
-
-// Cancelling weights over a constant image leave what 49 roundings in storage order make of them.
-TEST(Kernel7x7, OrderAndRoundingOfTheSumShow) {
-  Cases cases;
-  for (std::size_t width = 7; width <= 120; ++width) {
-    cases.run({{"width", width}}, [=](Case& c) {
-      auto const threes = [](std::span<float> all, Random&) { std::fill(all.begin(), all.end(), 3.0f); };
-      auto const in = c.input<float, 2>({width, 10}, kSeparateRows, threes);
-      auto const kernel = c.input<double, 1>({49}, kOneBlock, fillCancelling);
-      auto out = c.output<float, 2>({width, 10}, kSeparateRows);
-      c.compare(routine::ApplyKernel7x7_float, out, in, width, 10, kernel);
-    });
-  }
-}
-
-// A special sample wanders over the image: only the outputs whose neighbourhood holds it become special.
-TEST(Kernel7x7, SpecialSampleReachesItsNeighbourhoodOnly) {
-  Cases cases;
-  for (std::size_t position = 0; position < 61 * 12; ++position) {
-    cases.run({{"row", position / 61}, {"column", position % 61}}, [&](Case& c) {
-      c.isMoved = Case::nowhere;
-      auto in = c.input<float, 2>({61, 12}, kSeparateRows, ordinary<float>);
-      in.set(position / 61, position % 61, c.random.oneIn(2) ? someNan(c.random) : -INFINITY);
-      auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
-      auto out = c.output<float, 2>({61, 12}, kSeparateRows);
-      c.compare(routine::ApplyKernel7x7_float, out, in, 61u, 12u, kernel);
     });
   }
 }

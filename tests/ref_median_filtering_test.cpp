@@ -38,30 +38,6 @@ TEST(MedianNetworks, NineFloats) { checkNetwork(routine::MF_Median1D_9_float, 9)
 TEST(MedianNetworks, TwentyFiveCounts) { checkNetwork(routine::MF_Median1D_25_uint16, 25); }
 TEST(MedianNetworks, TwentyFiveFloats) { checkNetwork(routine::MF_Median1D_25_float, 25); }
 
-// Every pair of slots takes NaNs and zeros of both signs, over backgrounds where their place in the order shows.
-void checkSlots(Routine<float(float*)> routine, std::size_t size) {
-  Cases cases;
-  for (std::size_t first = 0; first < size; ++first) {
-    for (std::size_t second = 0; second < size; ++second) {
-      for (int kind = 0; kind < 6; ++kind) {
-        cases.run({{"slot", first}, {"slot", second}}, [&](Case& c) {
-          auto const background = [&](std::span<float> all, Random& random) {
-            for (float& sample : all)
-              sample = kind % 2 == 0 ? static_cast<float>(random.real(-1.0, 1.0)) : random.oneIn(3) ? 1.0f : 0.0f;
-            all[first] = kind < 2 ? someNan(random) : -0.0f;
-            all[second] = kind < 4 ? someNan(random) : random.oneIn(2) ? -0.0f : 0.0f;
-          };
-          auto values = c.inOut<float, 1>({size}, kOneBlock, background);
-          c.compare(routine, values);
-        });
-      }
-    }
-  }
-}
-
-TEST(MedianNetworks, NansAndZerosInEverySlotOfNine) { checkSlots(routine::MF_Median1D_9_float, 9); }
-TEST(MedianNetworks, NansAndZerosInEverySlotOfTwentyFive) { checkSlots(routine::MF_Median1D_25_float, 25); }
-
 // The array that a general median rearranges as it likes: the same samples, parted by the middle one.
 template <class T>
 struct Rearranged {
@@ -204,7 +180,6 @@ void checkFloatFilters(std::size_t repetitions, Fill fill) {
 }
 
 TEST(FloatMedianFilter, MixesOfNansAndZerosOfBothSigns) { checkFloatFilters(8, zerosAndNans); }
-TEST(FloatMedianFilter, ZerosOfBothSigns) { checkFloatFilters(8, zerosOfBothSigns); }
 
 // A single special sample wanders along every column of each of the rows, so that it meets every window position and
 // every border of blocks that a filter may work in; all other windows must not notice it.
@@ -232,30 +207,6 @@ TEST(FloatMedianFilter, SingleNanOrNegativeZeroAtEveryColumn) {
     for (std::size_t column = 0; column < 530; ++column) run(5, 530, column % 5, column);
     // Tall and narrow: the special sample at every row, near the borders of bands of rows.
     for (std::size_t row = 0; row < 140; ++row) run(140, 19, row, row % 19);
-  }
-}
-
-// Specials in one row only, one column only, or one side only.
-TEST(FloatMedianFilter, SpecialsInOnePartOfTheImage) {
-  Cases cases;
-  for (auto const& filter : Filters<float>::kAll) {
-    for (std::size_t const width : Sizes{8, 40, 71, 200, 300}) {
-      for (int repetition = 0; repetition < 24; ++repetition) {
-        cases.run({{"radius", filter.radius}, {"width", width}}, [&](Case& c) {
-          std::size_t const height = c.random.between(4, 20);
-          checkImage(filter, c, height, width, [&](std::span<float> all, Random& random) {
-            std::size_t const row = random.below(height), column = random.below(width);
-            for (std::size_t k = 0; k < all.size(); ++k) {
-              bool const special = repetition % 3 == 0   ? k / width == row
-                                   : repetition % 3 == 1 ? k % width == column
-                                                         : k % width > column;
-              all[k] = static_cast<float>(random.below(3));
-              if (special && random.oneIn(2)) all[k] = random.oneIn(2) ? -0.0f : someNan(random);
-            }
-          });
-        });
-      }
-    }
   }
 }
 

@@ -31,8 +31,18 @@ void checkBias(Routine<void(T*, T const*, T const*, unsigned long)> routine) {
   }
 }
 
+// An overload for C++ beside the definition of the function that it forwards to.
+template <class Function>
+constexpr Routine<Function> overload(Routine<Function> const& routine, Function* library) {
+  return {"overload", library, routine.plain};
+}
+
 TEST(Reflectance, BiasIsSubtractedInFloat) { checkBias(routine::RC_CorrectBias_float); }
 TEST(Reflectance, BiasSubtractionOfCountsStopsAtZero) { checkBias(routine::RC_CorrectBias_uint16); }
+TEST(Reflectance, BiasOverloads) {
+  checkBias(overload(routine::RC_CorrectBias_float, KORVA_Ref_RC_CorrectBias));
+  checkBias(overload(routine::RC_CorrectBias_uint16, KORVA_Ref_RC_CorrectBias));
+}
 
 double someFactor(Random& random) {
   constexpr double kFactors[] = {1.0, 0.5, 2.0, 0.1, 0.99, 1e-300, 1e300, -1.0, 0.0, DBL_MAX};
@@ -65,6 +75,12 @@ void checkCoefficients(Routine<void(double*, T const*, unsigned long, double, do
 
 TEST(Reflectance, CoefficientsFromFloatWhite) { checkCoefficients(routine::RC_ComputeCorrectionCoefficients_float); }
 TEST(Reflectance, CoefficientsFromWhiteCounts) { checkCoefficients(routine::RC_ComputeCorrectionCoefficients_uint16); }
+TEST(Reflectance, CoefficientsOverloads) {
+  checkCoefficients(overload(routine::RC_ComputeCorrectionCoefficients_float,
+                             KORVA_Ref_RC_ComputeCorrectionCoefficients));
+  checkCoefficients(overload(routine::RC_ComputeCorrectionCoefficients_uint16,
+                             KORVA_Ref_RC_ComputeCorrectionCoefficients));
+}
 
 // Coefficients as a white reference gives them, marked ones among them, or any doubles.
 void coefficients(std::span<double> samples, Random& random) {
@@ -109,34 +125,9 @@ TEST(Reflectance, FloatFollowsTheRulesInOrder) { checkReflectance<float>(routine
 TEST(Reflectance, CountsFollowTheRulesInOrder) {
   checkReflectance<Short, Short>(routine::RC_ComputeReflectance_uint16);
 }
-
-// Kernels may look for samples that a rule replaces many at a time. One alone, wherever it stands, must be found.
-template <class T, class... FullScale, class Function>
-void checkLoneSamples(Routine<Function> routine) {
-  constexpr std::size_t kCount = 67;
-  constexpr T kFlag{5000}, kLimit{6000};
-  Cases cases;
-  for (std::size_t position = 0; position < kCount; ++position) {
-    for (T const special : {kFlag, kLimit, T{65000}, T{0}}) {
-      cases.run({{"position", position}, {"special", static_cast<unsigned long>(special)}}, [&](Case& c) {
-        auto const in = c.input<T, 1>({kCount}, kOneBlock, [&](std::span<T> all, Random& random) {
-          for (T& sample : all) sample = static_cast<T>(random.between(1, 4000));
-          if (special != T{0}) all[position] = special;
-        });
-        auto const coefficient = c.input<double, 1>({kCount}, kOneBlock, [&](std::span<double> all, Random& random) {
-          for (double& value : all) value = random.real(0.0, 1.0) / 2048.0;
-          if (special == T{0}) all[position] = DBL_MAX;
-        });
-        auto out = c.output<T, 1>({kCount});
-        c.compare(routine, out, in, coefficient, kCount, 1.0, FullScale{10000}..., kFlag, kLimit);
-      });
-    }
-  }
-}
-
-TEST(Reflectance, LoneFloatThatARuleReplacesIsFound) { checkLoneSamples<float>(routine::RC_ComputeReflectance_float); }
-TEST(Reflectance, LoneCountThatARuleReplacesIsFound) {
-  checkLoneSamples<Short, Short>(routine::RC_ComputeReflectance_uint16);
+TEST(Reflectance, ReflectanceOverloads) {
+  checkReflectance<float>(overload(routine::RC_ComputeReflectance_float, KORVA_Ref_RC_ComputeReflectance));
+  checkReflectance<Short, Short>(overload(routine::RC_ComputeReflectance_uint16, KORVA_Ref_RC_ComputeReflectance));
 }
 
 // r = 1 * coefficient * 1, so each coefficient is a reflectance at an edge of the conversion. Above 1 it is limited,
@@ -154,40 +145,6 @@ TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
       auto out = c.output<Short, 1>({edges.size()});
       c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, edges.size(), 1.0,
                 static_cast<Short>(fullScale), Short{65535}, Short{65535});
-    });
-  }
-}
-
-// Coefficients that put each result next to the middle between two stored values: any other order of the products, or
-// a division by the divisor, falls to the other side.
-TEST(Reflectance, EveryRoundingShows) {
-  constexpr std::size_t kCount = 997;
-  Cases cases;
-  for (int repetition = 0; repetition < 40; ++repetition) {
-    cases.run({}, [=](Case& c) {
-      double const divisor = c.random.real(0.5, 5.0), scale = 10000.0;
-      auto const in = c.input<Short, 1>({kCount}, kOneBlock, [](std::span<Short> all, Random& random) {
-        for (Short& sample : all) sample = static_cast<Short>(random.between(1, 60000));
-      });
-      auto const floats = c.input<float, 1>({kCount}, kOneBlock, [&](std::span<float> all, Random&) {
-        std::copy_n(in.actualRow(0), kCount, all.begin());
-      });
-      auto const towards = [&](auto middle) {
-        return [=, &in](std::span<double> all, Random& random) {
-          for (std::size_t k = 0; k < kCount; ++k) all[k] = middle(random) * divisor / in.actualRow(0)[k];
-        };
-      };
-      auto const counts = c.input<double, 1>({kCount}, kOneBlock, towards([=](Random& random) {
-                                               return (static_cast<double>(random.below(10000)) + 0.5) / scale;
-                                             }));
-      auto const reals =
-          c.input<double, 1>({kCount}, kOneBlock, towards([](Random& random) {
-                               return static_cast<double>(static_cast<float>(random.unit()) + 1.0f) + 0x1p-24;
-                             }));
-      auto out = c.output<Short, 1>({kCount});
-      auto realOut = c.output<float, 1>({kCount});
-      c.compare(routine::RC_ComputeReflectance_uint16, out, in, counts, kCount, divisor, 10000, 65535, 65535);
-      c.compare(routine::RC_ComputeReflectance_float, realOut, floats, reals, kCount, divisor, 65535.0f, 65535.0f);
     });
   }
 }
@@ -213,37 +170,6 @@ TEST(Reflectance, WorkedValues) {
   EXPECT_EQ((std::vector<float>(results, results + 3)), (std::vector<float>{0.25f, 2.0f, 65535.0f}));
 }
 
-TEST(Reflectance, OverloadsForwardToTheirSampleType) {
-  float floats[2] = {100.0f, 50.0f};
-  float const floatBias[2] = {120.0f, 20.0f};
-  KORVA_Ref_RC_CorrectBias(floats, floats, floatBias, 2);
-  EXPECT_EQ(floats[0], -20.0f);
-  Short shorts[2] = {100, 50};
-  Short const shortBias[2] = {120, 20};
-  KORVA_Ref_RC_CorrectBias(shorts, shorts, shortBias, 2);
-  EXPECT_EQ(shorts[0], 0);
-  EXPECT_EQ(shorts[1], 30);
-
-  double coefficient[2];
-  float const floatWhite[2] = {-3.0f, 8.0f};
-  KORVA_Ref_RC_ComputeCorrectionCoefficients(coefficient, floatWhite, 2, 3.0, 2.0, 9.0f);
-  EXPECT_EQ(coefficient[0], DBL_MAX);
-  EXPECT_EQ(coefficient[1], 0.75);
-  Short const shortWhite[2] = {9, 8};
-  KORVA_Ref_RC_ComputeCorrectionCoefficients(coefficient, shortWhite, 2, 3.0, 2.0, Short{9});
-  EXPECT_EQ(coefficient[0], DBL_MAX);
-  EXPECT_EQ(coefficient[1], 0.75);
-
-  float const samples[2] = {5.0f, 0.5f};
-  KORVA_Ref_RC_ComputeReflectance(floats, samples, coefficient, 2, 0.5, 7.0f, 6.0f);
-  EXPECT_EQ(floats[0], 7.0f);
-  EXPECT_EQ(floats[1], 0.75f);
-  Short const counts[2] = {5, 1};
-  KORVA_Ref_RC_ComputeReflectance(shorts, counts, coefficient, 2, 3.0, Short{10}, Short{7}, Short{6});
-  EXPECT_EQ(shorts[0], 7);
-  EXPECT_EQ(shorts[1], 3);
-}
-
 TEST(Reflectance, AFlagKeepsItsBits) {
   // A signalling NaN, which a conversion would make quiet.
   auto const flag = std::bit_cast<float>(0xff812345u);
@@ -252,18 +178,6 @@ TEST(Reflectance, AFlagKeepsItsBits) {
   std::vector<float> out(50);
   KORVA_Ref_RC_ComputeReflectance_float(out.data(), in.data(), coefficient.data(), 50, 1.0, flag, 9.0f);
   for (float const result : out) ASSERT_EQ(std::bit_cast<std::uint32_t>(result), 0xff812345u);
-}
-
-TEST(Reflectance, WholeSensorFrame) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
-    constexpr unsigned long kCount = 2048ul * 1088ul;
-    auto const in = c.input<Short, 1>({kCount});
-    auto const coefficient = c.input<double, 1>({kCount}, kOneBlock, coefficients);
-    auto out = c.output<Short, 1>({kCount});
-    c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, kCount, 2.0, Short{10000}, Short{0},
-              Short{65000});
-  });
 }
 
 }  // namespace

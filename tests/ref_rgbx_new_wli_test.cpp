@@ -59,21 +59,6 @@ TEST(NewWli, EqualsItsStepsForEverySize) {
   }
 }
 
-TEST(NewWli, CallsOnTheSameBuffersAreIndependent) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
-    c.isMoved = Case::nowhere;
-    auto const in = c.input<float, 3>({41, 19, 4}, 19, ordinary<float>);
-    auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
-    WorkingBuffers buffers(c, 41, 19);
-    auto first = c.output<float, 3>({35, 13, 3}, 1), second = c.output<float, 3>({35, 13, 3}, 1);
-    c.compare(routine::RGBX_ComputeNewWLI_float, first, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
-    c.compare(routine::RGBX_ComputeNewWLI_float, second, in, 41u, 19u, kernel, buffers, 0.114, 0.299, 0.5);
-    for (std::size_t row = 0; row < second.rows(); ++row)
-      EXPECT_EQ(std::memcmp(first.actualRow(row), second.actualRow(row), 35 * sizeof(float)), 0) << row;
-  });
-}
-
 TEST(NewWli, FourthBandHasNoShareAtWeightOne) {
   Cases cases;
   cases.run({}, [](Case& c) {

@@ -4,17 +4,19 @@
 set -euo pipefail
 
 build=$1 compiler=$2 level=$3 processor=$4 flags="${*:5}"
-options=(-DCMAKE_CXX_COMPILER="$compiler") programs=build/release/tests run=() every=4
+options=(-DCMAKE_CXX_COMPILER="$compiler") programs=build/release/tests run=() every=4 left_out='Lengthy*'
+# qemu refuses a system call for more bytes than there are.
+[ "$processor" = x86-64 ] || { left_out+=:RawFiles.CountsKeepTheirHighBits && every=100; }
 case $processor in
   nehalem)
     # Without AVX, so the copies that are chosen at run time must stay unused.
-    run=(qemu-x86_64 -cpu Nehalem) every=100
+    run=(qemu-x86_64 -cpu Nehalem)
     ;;
   aarch64)
     options=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/aarch64-linux-gnu.cmake")
     [ "$compiler" = g++ ] || options=(-DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=aarch64
       -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_COMPILER_TARGET=aarch64-linux-gnu)
-    programs=build/aarch64/tests run=(qemu-aarch64 -L /usr/aarch64-linux-gnu) every=100
+    programs=build/aarch64/tests run=(qemu-aarch64 -L /usr/aarch64-linux-gnu)
     ;;
 esac
 
@@ -24,6 +26,6 @@ cmake -S . -B "$build" -G Ninja "${options[@]}" -DCMAKE_BUILD_TYPE=Plain -DCMAKE
   -DKORVA_SIMD="$level" -DKORVA_OPTIMIZE=OFF -DKORVA_BUILD_TESTS=OFF
 cmake --build "$build" -j 1
 export LD_LIBRARY_PATH=$build KORVA_EVERY=$every
-"${run[@]}" "$programs/korva_tests" --gtest_brief=1 --gtest_filter='-Lengthy*'
+"${run[@]}" "$programs/korva_tests" --gtest_brief=1 --gtest_filter="-$left_out"
 "${run[@]}" "$programs/korva_threads_test" --gtest_brief=1
 rm -rf "$build"
