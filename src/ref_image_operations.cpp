@@ -54,7 +54,8 @@ struct FilterImage7x7 {
   static constexpr std::size_t kRows = vectorBytes == 64 ? 4 : 2;
   static constexpr std::size_t kBlockVectors = 6;
   static constexpr std::size_t kBlock = kBlockVectors * kLanes;
-  static constexpr std::size_t kStrip = 10 * kBlock;
+  // Wider strips of 64-byte vectors gain less than 1 %, and would take a call beyond 64 KiB of stack.
+  static constexpr std::size_t kStrip = (vectorBytes == 64 ? 5 : 10) * kBlock;
   static constexpr std::size_t kRing = kRows + 2 * kKernelMargin;
   static constexpr std::size_t kAhead = 4;
   static constexpr std::size_t kRowStride = kStrip + 8;  // whole cache lines, and room for both margins

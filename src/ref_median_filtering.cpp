@@ -293,7 +293,8 @@ template <typename Sample, int vectorBytes>
 struct Windows5x5 {
   static constexpr unsigned long kRadius = 2;
   static constexpr unsigned long kLanes = vectorBytes / sizeof(Sample);
-  static constexpr unsigned long kTileVectors = 20;
+  // A call takes less than 64 KiB of stack.
+  static constexpr unsigned long kTileVectors = vectorBytes == 64 ? 16 : 20;
   static constexpr unsigned long kTileWindows = kTileVectors * kLanes;
   using Lanes = Vector<Sample, kLanes>;
 
@@ -494,7 +495,7 @@ constexpr unsigned long kLeastWidth = 64 / sizeof(Sample) + 2 * radius;
 template <unsigned long radius, typename Sample>
 void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned long end, unsigned long first,
                    unsigned long count) {
-  constexpr unsigned long piece = 128;
+  constexpr unsigned long piece = 64;
   constexpr unsigned long least = kLeastWidth<radius, Sample>;
   Sample samples[least][piece];
   Sample medians[least][piece];

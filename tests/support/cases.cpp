@@ -75,7 +75,7 @@ void Case::beginCall(char const* routine) {
 
 void Case::endCall() {
   // Of a thread's stack, which may be small, a host must be able to spare this much.
-  constexpr std::size_t kStackLimit = 128 * 1024;
+  constexpr std::size_t kStackLimit = 64 * 1024;
   if (watchesStack && overwrittenStack() > kStackLimit)
     fail("the call takes " + std::to_string(overwrittenStack()) + " bytes of stack");
   if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
