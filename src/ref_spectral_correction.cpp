@@ -140,16 +140,16 @@ struct CorrectCubeByPlanes {
 };
 
 // Many spectra are a product of matrices, computed in blocks of rows by two vectors whose sums stay in registers while
-// the input bands pass in order: five rows, or ten where there are 32 registers, leave just enough for what else a
-// block needs. One factor lies widened in a panel, one block's lanes after another's, [band][lanes]; the other gives
-// one value per row and band. A product of two numbers does not depend on their order, so the same block serves cubes,
-// where lanes are neighbouring samples and rows are output bands, and interleaved pixels, where lanes are output bands
-// and rows are pixels.
+// the input bands pass in order: five rows leave just enough of 16 registers for what else a block needs, ten of 32; on
+// ARM, g++ 12 keeps sums in memory from eight on. One factor lies widened in a panel, one block's lanes after
+// another's, [band][lanes]; the other gives one value per row and band. A product of two numbers does not depend on
+// their order, so the same block serves cubes, where lanes are neighbouring samples and rows are output bands, and
+// interleaved pixels, where lanes are output bands and rows are pixels.
 template <int vectorBytes>
 struct Blocks {
   static constexpr std::size_t kLanes = vectorBytes / sizeof(double);
   static constexpr std::size_t kWidth = 2 * kLanes;
-  static constexpr std::size_t kMaxRows = vectorBytes == 64 ? 10 : 5;
+  static constexpr std::size_t kMaxRows = vectorBytes == 64 ? 10 : KORVA_ARM_INTRINSICS ? 7 : 5;
   using Doubles = korva::Vector<double, kLanes>;
 
   // The sums of `rows` rows and `vectors` vectors of lanes over all input bands.
