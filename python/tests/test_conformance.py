@@ -14,7 +14,7 @@ from korva_reference import conformance
 
 
 @pytest.mark.parametrize("routine", conformance.ROUTINES)
-def test_the_package_agrees_with_itself(routine):
+def test_each_routine_takes_its_cases_and_gives_the_same_again(routine):
     report = conformance.check(routine, getattr(korva, routine), cases=32)
     assert report and str(report) == f"{routine}: all 32 cases agree"
 

@@ -11,7 +11,7 @@ import korva_reference as korva
 from korva_reference import envi
 
 HOSTS = Path(os.environ.get("KORVA_REFERENCE_LIBRARY", "/nowhere")).parent / "examples"
-needs_hosts = pytest.mark.skipif(not HOSTS.exists(), reason="the example hosts are not built beside the library")
+needs_hosts = pytest.mark.skipif(not (HOSTS / "rgbx").exists(), reason="the example hosts are not built beside the library")
 REFERENCES = dict(exposure=1.5, white_exposure=0.7, white_reflectance=0.9, full_scale=5000)
 OPTIONS = [f"--{name.replace('_', '-')}={value}" for name, value in REFERENCES.items()]
 
