@@ -17,7 +17,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from ._arrays import count, fail, real, require_memory
-from .raw_files import path_of, require_file, write_raw_data, replacing
+from .raw_files import path_of, replacing, require_file, write_samples
 
 _TYPES = {
     number: np.dtype(name) for number, name in
@@ -267,11 +267,15 @@ def write(
         values[key.strip().lower()] = value
     text_of = {key: _text(key, value, header) for key, value in values.items()}
     keys = sorted(text_of, key=lambda key: list(names).index(key) if key in names else len(names))
-    with replacing(_header_of(name)) as beside:
-        with open(beside, "w", encoding="utf-8", errors="surrogateescape") as file:
-            file.write("ENVI\n")
-            file.writelines(f"{names.get(key, key)} = {text_of[key]}\n" for key in keys)
-        write_raw_data(name, planes.transpose(_AXES[order.lower()]))
+    content = "".join(["ENVI\n", *(f"{names.get(key, key)} = {text_of[key]}\n" for key in keys)])
+    described = _header_of(name)
+    with replacing(described) as beside, replacing(name) as file:
+        with open(beside, "w", encoding="utf-8", errors="surrogateescape") as header_file:
+            header_file.write(content)
+        write_samples(file, planes.transpose(_AXES[order.lower()]), name)
+        # Samples take their place first: whatever stops this process, no older header describes them.
+        if os.path.isfile(described):
+            os.unlink(os.path.realpath(described))
 
 
 def _is_spelled(header: Header, key: str, value: Any) -> bool:

@@ -174,13 +174,18 @@ def write_raw_data(path: str | os.PathLike[str], data: NDArray[Any]) -> None:
     if not isinstance(data, np.ndarray) or isinstance(data, np.ma.MaskedArray):
         fail("data", "a NumPy array", type(data).__name__, TypeError)
     _sample_type(data.dtype.newbyteorder("="))
-    view = readable(np.ndarray.view(data, np.ndarray), is_run)
     with replacing(name) as file:
-        if not os.path.isfile(file):
-            with open(file, "wb") as device:  # Not through the library, which would keep a failure to itself.
-                device.write(view.reshape(-1).view(np.uint8).data)
-            return
-        call("KORVA_Ref_WriteRawDataToDisk", run(view), b"", os.fsencode(file), view.size, view.itemsize)
-        found = os.path.getsize(file)
-        if found != view.nbytes:
-            raise OSError(f"{name}: expected to write {view.nbytes:,} bytes, {found:,} were written; is the disk full?")
+        write_samples(file, data, name)
+
+
+def write_samples(file: str, data: NDArray[Any], name: str) -> None:
+    """Fills a file that takes the place of the named one, or a device."""
+    view = readable(np.ndarray.view(data, np.ndarray), is_run)
+    if not os.path.isfile(file):
+        with open(file, "wb") as device:  # Not through the library, which would keep a failure to itself.
+            device.write(view.reshape(-1).view(np.uint8).data)
+        return
+    call("KORVA_Ref_WriteRawDataToDisk", run(view), b"", os.fsencode(file), view.size, view.itemsize)
+    found = os.path.getsize(file)
+    if found != view.nbytes:
+        raise OSError(f"{name}: expected to write {view.nbytes:,} bytes, {found:,} were written; is the disk full?")

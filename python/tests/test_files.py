@@ -77,7 +77,7 @@ def test_what_stands_at_the_path_is_kept_what_it_is(tmp_path):
         assert caught.value.filename == path
 
 
-def test_a_header_describes_one_file():
+def test_a_header_describes_one_file(monkeypatch):
     small, large = np.ones((2, 3, 4), np.uint16), np.ones((5, 6, 7), np.float32)
     envi.write("x.raw", small)
     envi.write("x.img", large)
@@ -86,6 +86,13 @@ def test_a_header_describes_one_file():
     assert sorted(os.listdir()) == ["x.dat", "x.dat.hdr", "x.hdr", "x.img", "x.img.hdr", "x.raw"]
     for path, shape in {"x.raw": (1, 3, 4), "x.hdr": (1, 3, 4), "x.img": (5, 6, 7), "x.dat.hdr": (1, 6, 7)}.items():
         assert envi.read(path)[0].shape == shape
+    # What stops between the two files leaves samples without a header, not with an older one.
+    with monkeypatch.context() as stopped:
+        stopped.setattr(os, "replace", lambda a, b: os.rename(a, b) if b.endswith(".raw") else os.rename(a, "absent/x"))
+        with pytest.raises(OSError):
+            envi.write("x.raw", small.astype(np.int16))
+    with pytest.raises(FileNotFoundError):
+        envi.read("x.raw")
     # A raw file without a header is not given the one of its neighbour.
     korva.write_raw_data("y.bin", small)
     envi.write("y.raw", large)
