@@ -68,9 +68,7 @@ grep "requires a compiler" missing.log
 way "Debian packages, and nothing left of them"
 find /usr/local -name '*korva_reference_api*' -prune -not -path '*/python3*' -exec rm -r {} +
 ldconfig
-cmake -S . -B build -DCMAKE_INSTALL_PREFIX=/usr
-cmake --build build
-(cd build && cpack)
+eval "$(grep -m 1 '^cmake .*cpack' README.md)"
 dpkg --install build/*.deb
 gcc tests/install/c_host.c -o /tmp/c_host -lkorva_reference_api
 # shellcheck disable=SC2046  # several words
