@@ -118,9 +118,24 @@ def test_written_cubes_open_in_other_programs(tmp_path):
     assert run("octave-cli", "--eval", script).split() == [str(n) for n in (cube[3, 1, 2], 7, 6, 5)]
 
 
-def test_documented_lines_for_dask_and_xarray():
-    tried = doctest.testfile(str(ROOT / "docs/python.md"), module_relative=False)
+def test_documented_lines_run_as_they_stand():
+    page = ROOT / "docs/python.md"
+    tried = doctest.testfile(str(page), module_relative=False)
     assert tried.attempted >= 9 and tried.failed == 0
+    frame = np.random.default_rng(5).integers(1, 4096, (1088, 2048), np.uint16)
+    korva.write_raw_data("frame.raw", frame)
+    with open("scan.raw", "wb") as scan:
+        scan.truncate(512 + 100 * frame.nbytes)
+    names = dict(frame=frame, white=frame, bias=frame // 99, dark=frame // 99, flat=frame, matrix=np.eye(16),
+                 wavelengths=range(450, 610, 10))
+    blocks = [block for path in (page, ROOT / "README.md")
+              for block in re.findall(r"```python\n(.*?)```", path.read_text(), re.DOTALL) if ">>>" not in block]
+    for block in blocks:
+        exec(block, names)
+    assert len(blocks) == 3 and names["rgb"].shape == (3, 1082, 2042) and names["scene"].shape == (100, 8, 2048)
+    exec(re.search(r"^\| NumPy \| `([^`]*)`", page.read_text(), re.MULTILINE)[1], {"korva_reference": korva})
+    for line in re.search(r"^\| GDAL \| `(.*?)` \|", page.read_text(), re.MULTILINE)[1].split("`; `"):
+        run(*line.split())
 
 
 def test_package_installs_without_a_network_and_its_examples_run(tmp_path):
