@@ -14,27 +14,30 @@ void distinct(std::span<Short> samples, Random& random) {
   std::iota(samples.begin(), samples.end(), static_cast<Short>(random.bits()));
 }
 
-TEST(SnapshotCube, CropCopiesTheRectangleAndNothingElse) {
+template <class T>
+void checkCrop(Routine<void(T**, T**, unsigned long, unsigned long, unsigned long, unsigned long, unsigned long,
+                            unsigned long)> routine) {
   Cases cases;
   for (std::size_t const width : everyWidth(1)) {
     for (int repetition = 0; repetition < 8; ++repetition) {
       cases.run({{"width", width}}, [&](Case& c) {
         std::size_t const height = c.random.between(1, 9);
         std::size_t const left = c.random.below(width), top = c.random.below(height);
-        std::size_t const cropWidth = repetition == 0   ? 0
-                                      : repetition == 1 ? width - left
-                                                        : c.random.below(width - left + 1);
+        std::size_t const cropWidth = repetition == 0 ? width - left : c.random.below(width - left + 1);
         std::size_t const cropHeight = c.random.below(height - top + 1);
-        auto const in = c.input<Short, 2>({width, height}, kSeparateRows, distinct);
-        // One column and one row more than the rectangle has: they stay as they were.
-        auto out = c.output<Short, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
-        c.compare(routine::CG_CropImage_uint16, out, in, width, height, left, top, cropWidth, cropHeight);
-        auto exact = c.output<Short, 2>({cropWidth, cropHeight}, kSeparateRows);
-        c.compare(routine::CG_CropImage_uint16, exact, in, width, height, left, top, cropWidth, cropHeight);
+        auto const in = c.input<T, 2>({width, height}, kSeparateRows);
+        // Without more columns and rows than the rectangle has, and with one more, which stay as they were.
+        for (std::size_t const more : {0, 1}) {
+          auto out = c.output<T, 2>({cropWidth + more, cropHeight + more}, kSeparateRows);
+          c.compare(routine, out, in, width, height, left, top, cropWidth, cropHeight);
+        }
       });
     }
   }
 }
+
+TEST(SnapshotCube, CropCopiesTheRectangleAndNothingElse) { checkCrop(routine::CG_CropImage_uint16); }
+TEST(ImageCrop, MovesRowsWithAllTheirBits) { checkCrop(routine::Crop_float); }
 
 TEST(SnapshotCube, MosaicBandTakesOneSampleOfEveryWholeCell) {
   Cases cases;

@@ -56,25 +56,6 @@ TEST(ImageArithmetic, Difference) { checkArithmetic<>(routine::Subtract_float); 
 TEST(ImageArithmetic, Sum) { checkArithmetic<>(routine::Add_float); }
 TEST(ImageArithmetic, Mix) { checkArithmetic<double>(routine::Mix_float); }
 
-TEST(ImageCrop, MovesRowsWithAllTheirBits) {
-  Cases cases;
-  for (std::size_t const width : everyWidth(1)) {
-    for (int repetition = 0; repetition < 8; ++repetition) {
-      cases.run({{"width", width}}, [&](Case& c) {
-        std::size_t const height = c.random.between(1, 9);
-        std::size_t const left = c.random.below(width), top = c.random.below(height);
-        std::size_t const cropWidth = repetition == 0 ? width - left : c.random.below(width - left + 1);
-        std::size_t const cropHeight = c.random.below(height - top + 1);
-        auto const in = c.input<float, 2>({width, height}, kSeparateRows);
-        auto out = c.output<float, 2>({cropWidth + 1, cropHeight + 1}, kSeparateRows);
-        c.compare(routine::Crop_float, out, in, width, height, left, top, cropWidth, cropHeight);
-        auto exact = c.output<float, 2>({cropWidth, cropHeight}, kSeparateRows);
-        c.compare(routine::Crop_float, exact, in, width, height, left, top, cropWidth, cropHeight);
-      });
-    }
-  }
-}
-
 // Smoothing kernels, kernels of one weight, kernels whose sums nearly cancel, and any weights.
 void kernels(std::span<double> kernel, Random& random) {
   switch (random.below(5)) {
@@ -133,14 +114,11 @@ TEST(Kernel7x7, KernelIsNotFlipped) {
   Cases cases;
   cases.run({}, [](Case& c) {
     auto const in = c.input<float, 2>({40, 9}, kSeparateRows, ordinary<float>);
-    auto const first = [](std::span<double> kernel, Random&) { kernel[0] = 1.0; };
-    double kernel[49] = {};
-    first(kernel, c.random);
+    double const kernel[49] = {1.0};
     auto out = c.output<float, 2>({40, 9}, kSeparateRows);
     KORVA_Ref_ApplyKernel7x7_float(out.actual(), in.actual(), 40, 9, kernel);
     for (std::size_t row = 3; row < 6; ++row)
-      for (std::size_t column = 3; column < 37; ++column)
-        EXPECT_EQ(out.actualRow(row)[column], in.actualRow(row - 3)[column - 3]);
+      EXPECT_EQ(std::memcmp(out.actualRow(row) + 3, in.actualRow(row - 3), 34 * sizeof(float)), 0) << row;
   });
 }
 

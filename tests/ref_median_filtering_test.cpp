@@ -166,21 +166,6 @@ TYPED_TEST(MedianFilter, ImagesOfAllSizes) {
   }
 }
 
-template <class Fill>
-void checkFloatFilters(std::size_t repetitions, Fill fill) {
-  Cases cases;
-  for (auto const& filter : Filters<float>::kAll) {
-    for (std::size_t const width : everyWidth(2 * filter.radius)) {
-      for (std::size_t repetition = 0; repetition < repetitions; ++repetition) {
-        cases.run({{"radius", filter.radius}, {"width", width}},
-                  [&](Case& c) { checkImage(filter, c, c.random.between(2 * filter.radius, 13), width, fill); });
-      }
-    }
-  }
-}
-
-TEST(FloatMedianFilter, MixesOfNansAndZerosOfBothSigns) { checkFloatFilters(8, zerosAndNans); }
-
 // A single special sample wanders along every column of each of the rows, so that it meets every window position and
 // every border of blocks that a filter may work in; all other windows must not notice it.
 TEST(FloatMedianFilter, SingleNanOrNegativeZeroAtEveryColumn) {
