@@ -56,15 +56,7 @@ FloatingPointMode floatingPointMode() {
   return mode;
 }
 
-bool allocationsAreCounted() {
-  static bool const counted = [] {
-    long const before = allocations.count;
-    void* volatile const block = std::malloc(1);
-    std::free(block);
-    return allocations.count > before;
-  }();
-  return counted;
-}
+bool allocationsAreCounted() { return KORVA_ALLOCATIONS_ARE_COUNTED; }
 long allocationCount() { return allocations.count; }
 long liveAllocationCount() { return allocations.live; }
 

@@ -17,7 +17,7 @@ struct FloatingPointMode {
 FloatingPointMode floatingPointMode();
 
 // The test program replaces the C library's allocation functions, for the library too. Counts are those of the calling
-// thread. Sanitizers and valgrind bring an allocator of their own; then nothing is counted, and none can be made to fail.
+// thread. Sanitizers bring an allocator of their own; then nothing is counted and allocations cannot be made to fail.
 bool allocationsAreCounted();
 long allocationCount();
 long liveAllocationCount();
