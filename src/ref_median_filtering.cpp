@@ -245,13 +245,19 @@ struct Windows3x3 {
       for (int k = 0; k < 2; ++k) sortRow<kSort3, 3>(kept[i][k], images.in[k] + x);
     }
     for (unsigned long y = 1; y + 1 < images.height; y += 3) {
-      // The windows of rows y to y + 2. Rows that are not there repeat the last one, and are stored before it.
+      // The windows of rows y to y + 2. Rows that are not there repeat the last one, and are stored before it. The next
+      // three are fetched ahead: frames that lie in no cache take 0.65 to 0.75 of the time on Zen 3 and Zen 5 with
+      // AVX2. With AVX-512 that gains 1.1 only, and costs as much on frames in the last cache.
       Sample const* rows[3];
       Sample* targets[3];
+      Sample const* nextRows[3];
+      Sample const* nextTargets[3];
       for (unsigned long k = 0; k < 3; ++k) {
         unsigned long const row = std::min(y + k, images.height - 2);
         rows[k] = images.in[row + 1] + begin;
         targets[k] = images.out[row] + begin + 1;
+        nextRows[k] = images.in[std::min(row + 4, images.height - 1)] + begin;
+        nextTargets[k] = images.out[std::min(row + 3, images.height - 2)] + begin;
       }
       for (unsigned long i = 0; i * kLanes < windows; ++i) {
         unsigned long const x = std::min(i * kLanes, windows - kLanes);
@@ -260,6 +266,10 @@ struct Windows3x3 {
           sorted[0][k] = kept[i][0][k];
           sorted[1][k] = kept[i][1][k];
           sortRow<kSort3, 3>(sorted[k + 2], rows[k] + x);
+        }
+        for (int k = 0; vectorBytes == 32 && i % 2 == 0 && k < 3; ++k) {
+          __builtin_prefetch(nextRows[k] + x);
+          __builtin_prefetch(nextTargets[k] + x, 1);
         }
         for (int k = 2; k >= 0; --k) {
           storeLanes(targets[k] + x, medianOfSorted(sorted[k], sorted[k + 1], sorted[k + 2]));
