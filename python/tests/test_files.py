@@ -26,15 +26,11 @@ def test_raw_files_hold_the_samples_and_nothing_else(tmp_path):
 
 @pytest.mark.parametrize("call, error, words", [
     (lambda: korva.read_raw_data("a.raw", (2, 3), "u2"), ValueError, "expected 12 bytes (shape (2, 3) of uint16)"),
-    (lambda: korva.read_raw_data("a.raw", -5, np.uint16), ValueError, "shape: expected a whole number"),
     (lambda: korva.read_raw_data("a.raw", 5, object), TypeError, "dtype: expected a number type"),
-    (lambda: korva.read_raw_data("a.raw", 5, "words"), TypeError, "dtype: expected a number type, found 'words'"),
     (lambda: korva.read_raw_data("a.raw", 5, ">u2"), TypeError, "dtype: expected a number type in this machine's"),
     (lambda: korva.read_raw_data(".", 5, np.uint16), ValueError, "expected a regular file"),
     (lambda: korva.read_raw_data("a\0.raw", 5, np.uint16), ValueError, "path: expected a path"),
-    (lambda: korva.read_raw_data("b.raw", 5, np.uint16), FileNotFoundError, "b.raw"),
     (lambda: korva.write_raw_data("no/b.raw", np.zeros(5)), FileNotFoundError, "no/"),
-    (lambda: korva.write_raw_data("b.raw", np.zeros(5, object)), TypeError, "dtype: expected a number type"),
     (lambda: korva.write_raw_data(7, np.zeros(5)), TypeError, "path: expected a path, found int"),
 ])
 def test_raw_file_faults(tmp_path, call, error, words):
@@ -215,16 +211,9 @@ def test_envi_header_faults(line, becomes, words):
 
 @pytest.mark.parametrize("arguments, error, words", [
     (dict(cube=np.zeros((2, 3), bool)), TypeError, "cube: expected an array of a sample type"),
-    (dict(cube=np.zeros(3)), ValueError, "cube: expected 2 or 3 dimensions"),
     (dict(wavelength=[1, 2]), ValueError, "wavelength: expected a finite number for each of 3 bands"),
-    (dict(default_bands=[3]), ValueError, "default_bands: expected a whole number from 0 to 2"),
     (dict(default_bands=[0, 1]), ValueError, "default_bands: expected 1 or 3 bands"),
-    (dict(default_bands=1), TypeError, "default_bands: expected a sequence of numbers, found int"),
-    (dict(wavelength=450), TypeError, "wavelength: expected a sequence of numbers, found int"),
-    (dict(wavelength_units=3), TypeError, "wavelength_units: expected text, found int"),
     (dict(others=["lines"]), TypeError, "others: expected a mapping of names to values, found list"),
-    (dict(others={3: "lines"}), ValueError, "others: expected names of further header fields, found 3"),
-    (dict(interleave=["bsq"]), ValueError, "interleave: expected bsq, bil or bip"),
     (dict(interleave="bsx"), ValueError, "interleave: expected bsq, bil or bip"),
     (dict(description="a\nsamples = 3"), ValueError, "description: expected one line"),
     (dict(others={"lines": "3"}), ValueError, "others: expected names of further"),

@@ -1,6 +1,5 @@
 """Each stated limit is refused by name, and the classes that own memory are safe in every state."""
 
-import resource
 import subprocess
 import sys
 import threading
@@ -22,50 +21,33 @@ def crop(image, left, top, width, height):
 
 @pytest.mark.parametrize("call, error, words", [
     (lambda: crop(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
-    (lambda: crop(np.zeros((4, 5), U2), 2**64, 0, 1, 1), ValueError, "left: expected a whole number"),
-    (lambda: crop(np.zeros((4, 5), U2), 0, 3, 1, 2), ValueError, "crop: expected a rectangle inside"),
     (lambda: crop(np.ma.zeros((4, 5), U2), 0, 0, 1, 1), TypeError, "expected a NumPy array, found Masked"),
     (lambda: crop(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16 (image.astype("),
     (lambda: korva.median_filter_3x3(np.zeros((4, 5))), TypeError, "found float64 (image.astype(np.float32) converts)"),
-    (lambda: crop(np.zeros(4, U2), 0, 0, 1, 1), ValueError, "image: expected 2 dimensions, found 1"),
     (lambda: crop([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
-    (lambda: korva.ssm_band_image(np.zeros((4, 5), U2), **CELL, band=4), ValueError, "band: expected a whole number"),
     (lambda: korva.ssm_cube(np.zeros((1, 5), U2), **CELL), ValueError, "frame: expected at least one mosaic cell"),
     (lambda: korva.sst_band_image(np.zeros((4, 5), U2), tile_width=2, tile_height=2, band=4), ValueError,
      "band: expected one of 4 tiles"),
-    (lambda: korva.band_image_strip(np.zeros((4, 5), U2), 2, 2), ValueError, "band: expected a strip of 2"),
-    (lambda: korva.correct_bias(np.zeros(4, U2), np.zeros(4, F4)), TypeError, "bias: expected samples of uint16"),
     (lambda: korva.correct_bias(np.zeros((4, 1), U2), np.zeros(4, U2)), ValueError, "bias: expected shape (4, 1)"),
-    (lambda: korva.correction_coefficients(np.zeros(4, U2), 1, 1, -1), ValueError, "flag_value: expected a whole"),
     (lambda: korva.reflectance(np.zeros(4, F4), np.zeros(4), 0.0, 0, 0), ValueError, "divisor: expected a positive"),
     (lambda: korva.reflectance(np.zeros(4, U2), np.zeros(4), 1, 0, 0), TypeError, "full_scale: expected the result"),
-    (lambda: korva.reflectance(np.zeros(4, F4), np.zeros(4), 1, 0, 0, 9), TypeError, "full_scale: expected no such"),
-    (lambda: korva.apply_spectral_correction(np.zeros(4, F4), np.ones((2, 3))), ValueError, "matrix: expected one"),
     (lambda: korva.apply_spectral_correction(np.zeros(1, F4), [["a"]]), TypeError, "matrix: expected real numbers"),
     (lambda: korva.apply_spectral_correction(WIDE.T, [[1.0]]), ValueError, "pixels: expected a whole number"),
     (lambda: korva.apply_spectral_correction_bsq(WIDE, [[1.0]]), ValueError, "pixels: expected a whole number"),
     (lambda: korva.bilinear_coefficients(mosaic_height=2**16, mosaic_width=2**16, row_offset=0, column_offset=0),
      ValueError, "mosaic_height * mosaic_width: expected"),
     (lambda: korva.apply_demosaicing_bilinear(np.zeros((2, 2)), np.ones(4), np.nan, 0), ValueError, "row_offset: exp"),
-    (lambda: korva.apply_demosaicing_bilinear(np.zeros((0, 2)), np.ones(4), 0, 0), ValueError, "band_image rows: exp"),
     (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), **CELL, target_row=2.0, target_column=0), ValueError,
      "target: expected a row from 0"),
     (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), 2, 2, 0.5, 0.5), TypeError, "takes 1 positional argument but 5"),
-    (lambda: korva.median_1d_9(np.zeros(8, F4)), ValueError, "number of values: expected a whole number"),
     (lambda: korva.median_1d(np.zeros(0, F4)), ValueError, "number of values: expected a whole number from 1"),
-    (lambda: korva.median_filter_3x3(np.zeros((1, 9), F4)), ValueError, "image: expected at least 2 rows"),
     (lambda: korva.median_filter_5x5(np.zeros((9, 3), F4)), ValueError, "image: expected at least 4 rows"),
     (lambda: korva.apply_kernel_7x7(np.zeros((9, 9), F4), np.ones(48)), ValueError, "kernel: expected 7 x 7 weights"),
     (lambda: korva.rgb_to_ycbcr(np.zeros((9, 9, 3), F4), 0.1, 0.2), ValueError, "image: expected 3 planes, (plane"),
-    (lambda: korva.ycbcr_to_rgb(np.zeros((4, 9, 9), F4), 0.1, 0.2), ValueError, "image: expected 3 planes, (plane"),
     (lambda: korva.rgbx_compute_band(np.zeros((9, 10), F4), "R"), ValueError, "(a multiple of 4), found shape"),
     (lambda: korva.rgbx_compute_band(np.zeros((9, 9), F4), "G"), ValueError, "(an even number), found shape (9, 9)"),
-    (lambda: korva.rgbx_compute_band(np.zeros((1, 9), F4), "X"), ValueError, "frame: expected at least 2 rows"),
-    (lambda: korva.rgbx_compute_band(np.zeros((8, 8), F4), "RB"), ValueError, 'band: expected "R", "G", "B" or "X"'),
     (lambda: korva.rgbx_demosaic_frame(np.zeros((5, 8), F4)), ValueError, "frame: expected at least 6 rows"),
-    (lambda: korva.rgbx_compute_new_wli(np.zeros((4, 5, 9), F4), KERNEL, 0, 0, 1), ValueError, "height: expected"),
     (lambda: korva.StitchingBuffer(4, 1, 3, 2), ValueError, "last_band: expected a whole number from 3"),
-    (lambda: korva.StitchingBuffer(4, 0, 0, 2), ValueError, "strip_height: expected a whole number from 1"),
     (lambda: korva.StitchingBuffer(2**40, 2**40, 0, 2**40), MemoryError, "stitching buffer: needs"),
     (lambda: korva.NewWLIBuffers(9, 8).compute(np.zeros((4, 9, 8), F4), KERNEL, 0, 0, 1), ValueError, "bands: exp"),
     (lambda: korva.NewWLIBuffers(2**33, 2**33), MemoryError, "new-WLI buffers: needs"),
@@ -134,21 +116,6 @@ def test_ring_limits():
             with pytest.raises(ValueError) as caught:
                 use()
             assert words in str(caught.value)
-
-
-def test_memory_is_returned_by_release_and_by_collection():
-    bands = np.zeros((4, 800, 1000), F4)
-    for turn in range(60):
-        ring = korva.StitchingBuffer(1000, 1000, 0, 2, bands=3)  # 18 MB
-        ring.stitch_band_image(np.ones((3000, 1000), U2), turn)
-        buffers = korva.NewWLIBuffers(1000, 800)  # 19 MB
-        buffers.compute(bands, KERNEL, 0.1, 0.2, 0.5)
-        if turn % 2:
-            ring.release()
-            buffers.release()
-        if turn == 5:
-            before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
-    assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before < 200 * 1024
 
 
 def test_threads_share_buffers_and_release_takes_none_from_under_a_call():
