@@ -27,7 +27,7 @@ void checkCrop(Routine<void(T**, T**, unsigned long, unsigned long, unsigned lon
         std::size_t const cropHeight = c.random.below(height - top + 1);
         auto const in = c.input<T, 2>({width, height}, kSeparateRows);
         // Without more columns and rows than the rectangle has, and with one more, which stay as they were.
-        for (std::size_t const more : {0, 1}) {
+        for (std::size_t const more : Sizes{0, 1}) {
           auto out = c.output<T, 2>({cropWidth + more, cropHeight + more}, kSeparateRows);
           c.compare(routine, out, in, width, height, left, top, cropWidth, cropHeight);
         }
