@@ -46,9 +46,8 @@ struct TakeEvery {
       std::size_t k = 0;
       if constexpr (std::has_single_bit(stride)) {
         // Strictly less: of the last of the loaded samples, some lie in the row only if more are taken.
-        for (; k + kLanes < count; k += kLanes) {
+        for (; k + kLanes < count; k += kLanes)
           korva::storeLanes(out + k, take<stride>(in + k * stride, std::make_index_sequence<kLanes>()));
-        }
       }
       KORVA_INDEPENDENT
       for (; k < count; ++k) out[k] = in[k * stride];

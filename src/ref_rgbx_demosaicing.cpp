@@ -24,8 +24,6 @@ struct RowRange {
   std::size_t last;
 };
 
-constexpr RowRange kAllRows = {0, ~std::size_t{0}};
-
 // Works on single samples and on vectors of them.
 template <typename Floats>
 KORVA_INLINE Floats mean(Floats a, Floats b) {
@@ -190,20 +188,13 @@ struct ComputeSparse {
   }
 };
 
-void computeR(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{1}, range);
-}
+enum Band { kR, kG, kB, kX };
 
-void computeG(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatchUpTo32<ComputeG>(out, in, width, height, range);
-}
-
-void computeB(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{3}, range);
-}
-
-void computeX(Rows out, ConstRows in, std::size_t width, std::size_t height, RowRange range) {
-  korva::dispatchUpTo32<ComputeX>(out, in, width, height, range);
+void computeBand(Band band, Rows out, ConstRows in, std::size_t width, std::size_t height,
+                 RowRange range = {0, ~std::size_t{0}}) {
+  if (band == kG) return korva::dispatchUpTo32<ComputeG>(out, in, width, height, range);
+  if (band == kX) return korva::dispatchUpTo32<ComputeX>(out, in, width, height, range);
+  korva::dispatch<ComputeSparse>(out, in, width, height, std::size_t{band == kR ? 1u : 3u}, range);
 }
 
 constexpr std::size_t kMargin = 3;
@@ -213,38 +204,35 @@ constexpr std::size_t kMargin = 3;
 // Bands -------------------------------------------------------------------------------------------------------------
 
 void KORVA_Ref_RGBX_ComputeBand_R_float(float** out, float** in, unsigned long width, unsigned long height) {
-  computeR(out, in, width, height, kAllRows);
+  computeBand(kR, out, in, width, height);
 }
 
 void KORVA_Ref_RGBX_ComputeBand_G_float(float** out, float** in, unsigned long width, unsigned long height) {
-  computeG(out, in, width, height, kAllRows);
+  computeBand(kG, out, in, width, height);
 }
 
 void KORVA_Ref_RGBX_ComputeBand_B_float(float** out, float** in, unsigned long width, unsigned long height) {
-  computeB(out, in, width, height, kAllRows);
+  computeBand(kB, out, in, width, height);
 }
 
 void KORVA_Ref_RGBX_ComputeBand_X_float(float** out, float** in, unsigned long width, unsigned long height) {
-  computeX(out, in, width, height, kAllRows);
+  computeBand(kX, out, in, width, height);
 }
 
 // Frame -------------------------------------------------------------------------------------------------------------
 
 void KORVA_Ref_RGBX_DemosaicFrame_float(float*** out, float** scratch, float** frame, unsigned long width,
                                         unsigned long height) {
-  using ComputeBand = void (*)(Rows, ConstRows, std::size_t, std::size_t, RowRange);
-  constexpr ComputeBand kBands[] = {computeR, computeG, computeB, computeX};
   // All four bands of a few rows before the next rows, so that these rows of scratch stay in the cache. Each row gets
   // its bands in the order R, G, B, X all the same, which is what remains in scratch. 8 to 32 rows are equally fast.
   constexpr std::size_t kRowsAtOnce = 16;
   for (std::size_t first = 0, last; first < height; first = last) {
     last = std::min(height, (first | 1) + kRowsAtOnce);
     std::size_t const firstCropped = std::max(first, kMargin), endCropped = std::min(last, height - kMargin);
-    for (std::size_t band = 0; band < 4; ++band) {
-      kBands[band](scratch, frame, width, height, RowRange{first, last});
-      for (std::size_t row = firstCropped; row < endCropped; ++row) {
+    for (Band const band : {kR, kG, kB, kX}) {
+      computeBand(band, scratch, frame, width, height, RowRange{first, last});
+      for (std::size_t row = firstCropped; row < endCropped; ++row)
         std::memcpy(out[band][row - kMargin], scratch[row] + kMargin, (width - 2 * kMargin) * sizeof(float));
-      }
     }
   }
 }
