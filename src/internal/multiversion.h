@@ -32,6 +32,12 @@
 
 namespace korva {
 
+// Not inlined where it is the only copy either: a caller of two kernels would hold the stack of both.
+template <typename Kernel, typename... Arguments>
+[[gnu::noinline]] void runForBaseline(Arguments... arguments) {
+  Kernel::run(arguments...);
+}
+
 #if KORVA_SIMD_LEVEL > 0
 
 // Processors of the first generation have no VBMI2: they slow down for wide vectors.
@@ -52,11 +58,6 @@ template <typename Kernel, typename... Arguments>
   Kernel::run(arguments...);
 }
 
-template <typename Kernel, typename... Arguments>
-[[gnu::noinline]] void runForBaseline(Arguments... arguments) {
-  Kernel::run(arguments...);
-}
-
 // Without a kernel for AVX-512, processors that have it run the one for AVX2.
 template <typename BaselineKernel, typename Avx2Kernel, typename Avx512Kernel, typename... Arguments>
 KORVA_INLINE void choose(Arguments... arguments) {
@@ -71,7 +72,7 @@ KORVA_INLINE void choose(Arguments... arguments) {
 
 template <typename BaselineKernel, typename Avx2Kernel, typename Avx512Kernel, typename... Arguments>
 KORVA_INLINE void choose(Arguments... arguments) {
-  BaselineKernel::run(arguments...);
+  runForBaseline<BaselineKernel>(arguments...);
 }
 
 #endif
