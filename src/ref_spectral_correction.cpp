@@ -51,10 +51,13 @@ struct CorrectSpectrum {
     }
   }
 
-  // groups * kLanes output bands.
-  template <std::size_t groups, typename Sample>
-  KORVA_INLINE static void correctBands(Sample* out, Sample const* in, double const* const* matrix,
+  // `wanted` groups of kLanes output bands.
+  template <std::size_t groups = 4, typename Sample>
+  KORVA_INLINE static void correctBands(std::size_t wanted, Sample* out, Sample const* in, double const* const* matrix,
                                         std::size_t inBands) {
+    if constexpr (groups > 1) {
+      if (wanted < groups) return correctBands<groups - 1>(wanted, out, in, matrix, inBands);
+    }
     Doubles sums[groups] = {};
     std::size_t i = 0;
     for (; i + 2 <= inBands; i += 2) {
@@ -86,20 +89,7 @@ struct CorrectSpectrum {
       std::size_t const groups =
           std::min({(outBands - first + kLanes - 1) / kLanes, outBands / kLanes, std::size_t{4}});
       first = std::min(first, outBands - groups * kLanes);
-      switch (groups) {
-        case 1:
-          correctBands<1>(out + first, in, matrix + first, inBands);
-          break;
-        case 2:
-          correctBands<2>(out + first, in, matrix + first, inBands);
-          break;
-        case 3:
-          correctBands<3>(out + first, in, matrix + first, inBands);
-          break;
-        default:
-          correctBands<4>(out + first, in, matrix + first, inBands);
-          break;
-      }
+      correctBands(groups, out + first, in, matrix + first, inBands);
       first += groups * kLanes;
     }
   }

@@ -62,12 +62,6 @@ KORVA_INLINE V lesser(V a, V b) {
   if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_minps(a, b);
   if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_minpd512_mask(a, b, a, -1, kThisRounding);
   if constexpr (std::is_same_v<V, Vector<float, 16>>) return __builtin_ia32_minps512_mask(a, b, a, -1, kThisRounding);
-  if constexpr (std::is_same_v<V, Vector<int, 16>>) return __builtin_ia32_pminsd512_mask(a, b, a, -1);
-  if constexpr (std::is_same_v<V, Vector<unsigned short, 32>>) {
-    using Shorts = Vector<short, 32>;
-    return reinterpret_cast<V>(
-        __builtin_ia32_pminuw512_mask(reinterpret_cast<Shorts>(a), reinterpret_cast<Shorts>(b), Shorts{}, -1));
-  }
 #endif
   return a < b ? a : b;
 }
@@ -81,12 +75,6 @@ KORVA_INLINE V greater(V a, V b) {
   if constexpr (std::is_same_v<V, Vector<double, 4>>) return __builtin_ia32_maxpd256(a, b);
   if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_maxpd512_mask(a, b, a, -1, kThisRounding);
   if constexpr (std::is_same_v<V, Vector<float, 16>>) return __builtin_ia32_maxps512_mask(a, b, a, -1, kThisRounding);
-  if constexpr (std::is_same_v<V, Vector<int, 16>>) return __builtin_ia32_pmaxsd512_mask(a, b, a, -1);
-  if constexpr (std::is_same_v<V, Vector<unsigned short, 32>>) {
-    using Shorts = Vector<short, 32>;
-    return reinterpret_cast<V>(
-        __builtin_ia32_pmaxuw512_mask(reinterpret_cast<Shorts>(a), reinterpret_cast<Shorts>(b), Shorts{}, -1));
-  }
 #endif
   return a > b ? a : b;
 }
