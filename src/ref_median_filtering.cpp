@@ -496,15 +496,15 @@ struct FilterRows {
 bool isIrregular(float sample) { return sample != sample || std::bit_cast<int>(sample) == INT_MIN; }
 bool isIrregular(unsigned short) { return false; }
 
-// The least width of rows that fill a vector with full windows, be it the widest.
-template <unsigned long radius, typename Sample>
-constexpr unsigned long kLeastWidth = 64 / sizeof(Sample) + 2 * radius;
+// The least width of rows that fill a vector with full windows.
+template <unsigned long radius, typename Sample, int vectorBytes = 32>
+constexpr unsigned long kLeastWidth = vectorBytes / sizeof(Sample) + 2 * radius;
 
 // The windows around columns `begin` to `end`, which reach `count` columns from `first` on. These are laid down as
 // rows, a piece at a time: among regular samples the order within a window does not matter.
 template <unsigned long radius, typename Sample>
-void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned long end, unsigned long first,
-                   unsigned long count) {
+[[gnu::noinline]] void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned long end,
+                                     unsigned long first, unsigned long count) {
   constexpr unsigned long piece = 64;
   constexpr unsigned long least = kLeastWidth<radius, Sample>;
   Sample samples[least][piece];
@@ -532,7 +532,7 @@ void filterColumns(Images<Sample> const& images, unsigned long begin, unsigned l
       filterByDefinition<radius>(images, top + radius, bottom, begin, end);
       continue;
     }
-    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
+    korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(Images<Sample>{targets, rows, count, length});
     for (unsigned long row = top + radius; row < bottom; ++row) {
       for (unsigned long x = begin; x < end; ++x) images.out[row][x] = medians[x - first][row - top];
     }
@@ -546,7 +546,11 @@ void filterMedian(Images<Sample> const& images) {
   if (images.width < kLeastWidth<radius, Sample>) {
     filterColumns<radius>(images, 0, images.width, 0, images.width);
   } else {
-    korva::dispatch<FilterRows<radius, Sample>::template Kernel>(images);
+    if (images.width < kLeastWidth<radius, Sample, 64>) {
+      korva::dispatchUpTo32<FilterRows<radius, Sample>::template Kernel>(images);
+    } else {
+      korva::dispatch<FilterRows<radius, Sample>::template Kernel>(images);
+    }
     filterColumns<radius>(images, 0, radius, 0, 2 * radius);
     filterColumns<radius>(images, images.width - radius, images.width, images.width - 2 * radius, 2 * radius);
   }
