@@ -146,10 +146,10 @@ class Job:
         return functools.partial(self.filtered, road.spectra)
 
     def pictures(self, road: korva.RGBXRoad, samples: np.ndarray) -> np.ndarray:
-        """R, G, B, X and the new WLI, of the pixels that all of them have."""
+        """R, G, B, X and the three of the new WLI, of the pixels that all of them have."""
         pictures = road.pictures(samples, weight=self.weight)
-        inner = (slice(3, -3), slice(3, -3))
-        return np.concatenate([pictures.rgb[:, inner[0], inner[1]], pictures.x[inner][None], pictures.new_wli[None]])
+        others = np.concatenate([pictures.rgb, pictures.x[np.newaxis]])
+        return np.concatenate([others[:, 3:-3, 3:-3], pictures.new_wli])
 
     def filtered(self, spectra: Callable[..., np.ndarray], samples: Any, **options: Any) -> np.ndarray:
         cube = spectra(samples, **options)
@@ -233,8 +233,18 @@ def owns(job: Job) -> bool:
         return False
 
 
-def process(job: Job, frame: Frame, index: int, progress: Callable[[int, int], object] | None = None) -> str:
-    """One task: reads, computes and writes a frame. The state of its result's files."""
+def process(*task: Any) -> str:
+    """One task. Whatever it raises can travel: a scheduler would wait for ever for an exception that cannot."""
+    try:
+        return processed(*task)
+    except (Stopped, OSError, MemoryError):
+        raise
+    except Exception as error:
+        raise ValueError(f"{error}" or type(error).__name__) from None
+
+
+def processed(job: Job, frame: Frame, index: int, progress: Callable[[int, int], object] | None = None) -> str:
+    """Reads, computes and writes a frame. The state of its result's files."""
     road = road_of(job)
     if state_of(frame.files) != frame.state:
         raise ValueError("changed while the run goes on")
@@ -537,7 +547,12 @@ class Cluster:
                     wrong.append(f"no access to {path}")
             return wrong
 
-        found = self.client.run(look, needed, korva.__version__, own, on_error="return")
+        asked = concurrent.futures.ThreadPoolExecutor(1).submit(
+            self.client.run, look, needed, korva.__version__, own, on_error="return")
+        try:
+            found = asked.result(patience)
+        except concurrent.futures.TimeoutError:
+            raise Stopped(f"some worker of {self.address} does not answer (waited {patience:.0f} s)")
         wrong = [f"{worker}: {', '.join(map(str, what)) if isinstance(what, list) else repr(what)}"
                  for worker, what in found.items() if what]
         if wrong:
