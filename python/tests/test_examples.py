@@ -3,10 +3,8 @@
 import doctest
 import os
 import re
-import signal
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 import numpy as np
@@ -23,63 +21,6 @@ def run(*command, **options):
     result = subprocess.run(list(map(str, command)), capture_output=True, text=True, **options)
     assert result.returncode == 0, result.stdout + result.stderr
     return result.stdout
-
-
-def many_frames(output, *arguments):
-    return [sys.executable, EXAMPLES / "many_frames.py", "--width=512", "--height=272", "--synthetic=40",
-            "--output", output, *arguments]
-
-
-def cubes(folder):
-    return {path.name: path.read_bytes() for path in sorted(Path(folder).glob("cube_*"))}
-
-
-def test_many_frames_in_threads_gives_the_whole_image_filters_bits(tmp_path):
-    run(*many_frames("plain", "--median=0", "--threads=2"))
-    assert len(cubes("plain")) == 80
-    frames = [f"--{name}=plain/input/{file}" for name, file in
-              (("frames", "frames"), ("white", "white.raw"), ("bias", "bias.raw"), ("matrix", "matrix.txt"))]
-    # Blocks of odd height, the last one small; and all frames in one file instead of a folder.
-    recording = b"".join(path.read_bytes() for path in sorted(Path("plain/input/frames").iterdir()))
-    Path("recording.raw").write_bytes(recording)
-    for size, whole in ((3, korva.median_filter_3x3), (5, korva.median_filter_5x5)):
-        output = f"median{size}"
-        run(*many_frames(output, *frames[1:], "--frames=recording.raw", f"--median={size}", "--rows=21"))
-        assert len(cubes(output)) == 80
-        for index in (0, 39):
-            plain, _ = korva.envi.read(f"plain/cube_{index:06}.raw")
-            filtered, _ = korva.envi.read(f"{output}/cube_{index:06}.raw")
-            assert filtered.tobytes() == whole(plain).tobytes() != plain.tobytes()
-    # Stopped and started again, only what is missing is computed; other settings are refused.
-    before = {name: os.stat(f"plain/{name}").st_mtime_ns for name in cubes("plain")}
-    for name in ("cube_000003.hdr", "cube_000017.raw"):
-        os.unlink(f"plain/{name}")
-    assert "40 frames, 38 already done" in run(*many_frames("plain", "--median=0"))
-    changed = {name for name, when in before.items() if os.stat(f"plain/{name}").st_mtime_ns != when}
-    assert changed == {"cube_000003.raw", "cube_000003.hdr", "cube_000017.raw", "cube_000017.hdr"}
-    refused = subprocess.run(many_frames("plain", "--median=5"), capture_output=True, text=True)
-    assert refused.returncode != 0 and "expected results of the same settings" in refused.stderr
-
-
-def test_many_frames_on_a_cluster_survives_the_death_of_a_worker(tmp_path):
-    from distributed import LocalCluster
-
-    run(*many_frames("threads", "--threads=2"))
-    expected = cubes("threads")
-    arguments = [f"--{name}=threads/input/{file}" for name, file in
-                 (("frames", "frames"), ("white", "white.raw"), ("bias", "bias.raw"), ("matrix", "matrix.txt"))]
-    with LocalCluster(n_workers=2, threads_per_worker=1, host="127.0.0.1", dashboard_address=None) as cluster:
-        script = subprocess.Popen(many_frames("cluster", *arguments, "--scheduler", cluster.scheduler_address),
-                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        while len(list(Path("cluster").glob("cube_*.hdr"))) < 8:
-            assert script.poll() is None, script.stdout.read()
-            time.sleep(0.005)
-        os.kill(cluster.workers[0].pid, signal.SIGKILL)
-        done = len(list(Path("cluster").glob("cube_*.hdr")))
-        output, _ = script.communicate(timeout=300)
-    assert script.returncode == 0, output
-    assert done < 40, "the worker was killed too late to prove anything"
-    assert cubes("cluster") == expected and not list(Path("cluster").glob(".*"))
 
 
 def test_written_cubes_open_in_other_programs(tmp_path):
