@@ -219,8 +219,8 @@ def test_scenes_rgbx_frames_and_other_files_take_the_same_command(capsys):
     "--threads=0", "--threads=-4", "--mosaic=4", "--mosaic=axb", "--mosaic=0x4", "--tile=4", "--shard=0/3",
     "--shard=4/3", "--shard=1", "--exposure=0", "--exposure=nan", "--median=4", "--width=0", "--frame-stride=10",
     "--saturation=70000", "--full-scale=65535", "--white=absent.raw", "--matrix=white.raw", "--wavelengths=one.txt",
-    "--mosaic=4x4 --tile=4x4", "--frames=absent", "--frames=empty", "--frames=empty/*.raw", "--output=frames/cubes", "--sensor=rgbx",
-    "--sensor=line-scan", "--bias=frames", "--output=one.txt/cubes"])
+    "--mosaic=4x4 --tile=4x4", "--frames=absent", "--frames=empty", "--frames=empty/*.raw", "--output=frames/cubes",
+    "--sensor=rgbx", "--sensor=line-scan", "--bias=frames", "--output=one.txt/cubes"])
 def test_wrong_use_is_told_in_a_line(arguments, capsys):
     os.mkdir("empty")
     Path("one.txt").write_text("500\n")
