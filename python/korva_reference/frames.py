@@ -370,7 +370,7 @@ class Results:
         if not shard:  # What killed runs left; other shards may be writing.
             for folder, _, names in os.walk(output):
                 for name in names:
-                    if re.search(r"^\..*\.[0-9a-f]{32}$|\.partial$", name):
+                    if re.search(r"^\..*\.[0-9a-f]{32}$|\.[0-9a-f]{32}\.partial$", name):
                         os.unlink(os.path.join(folder, name))
         self.records: dict[str, list[str]] = {}
         self.journal: Any = None
