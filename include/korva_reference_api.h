@@ -25,8 +25,9 @@
  *              arrays unless a routine says "in place". Nothing outside the stated samples is read or written.
  * Checks       There are none: no argument is validated and no failure is reported. Each routine states its
  *              limits; outside them the behaviour is undefined unless "At the limits" says otherwise.
- * Stack        No call takes more than 64 KiB. Spectral correction of cubes and pixel runs, the median filters, the
- *              7 x 7 filter and the new WLI come near it; all other routines take less than 16.
+ * Stack        No call takes more than 64 KiB, unless the library was compiled without optimisation. Spectral
+ *              correction of cubes and pixel runs, the median filters, the 7 x 7 filter and the new WLI come near it;
+ *              all other routines take less than 16.
  * Threads      The library has no state. Calls may run at the same time on any threads as long as none of them
  *              writes memory that another one reads or writes.
  *
