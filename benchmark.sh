@@ -66,20 +66,30 @@ if taskset -c "$idlest" true 2>/dev/null; then
 fi
 cpu=$(awk -F ': ' '/^cpu family/ { family = $2 } /^model\t/ { model = $2 } /^model name/ { name = $2 }
   /^$/ { exit } END { if (name) printf "%s (family %s model %s)", name, family, model }' /proc/cpuinfo)
-# OpenBLAS does not know processors newer than itself and takes narrower kernels for them than they could run.
-unset OPENBLAS_CORETYPE
-if grep -qw avx512bw /proc/cpuinfo; then
-  export OPENBLAS_CORETYPE=SkylakeX
-fi
 
-echo "Measuring, about 10 minutes for all rows." >&2
-results=$build/results.json
-OPENBLAS_NUM_THREADS=1 "${pin[@]}" $build/benchmarks/korva_benchmark "${program[@]}" \
-  --benchmark_filter="$filter|^limit/" --benchmark_repetitions=$repetitions --benchmark_min_time=$seconds \
-  --benchmark_enable_random_interleaving=true --benchmark_context=cpu="${cpu:-unknown processor}" \
-  --benchmark_out=$results --benchmark_out_format=json >$build/results.txt 2>&1 ||
-  { tail -n 20 $build/results.txt >&2; exit 1; }
+# measure <program> [<variable>=<value>...]
+results=()
+measure() {
+  results+=("$build/$1.json")
+  env OPENBLAS_NUM_THREADS=1 "${@:2}" "${pin[@]}" "$build/benchmarks/$1" "${program[@]}" \
+    --benchmark_filter="$filter|^limit/" --benchmark_repetitions=$repetitions --benchmark_min_time=$seconds \
+    --benchmark_enable_random_interleaving=true --benchmark_context=cpu="${cpu:-unknown processor}" \
+    --benchmark_out="$build/$1.json" --benchmark_out_format=json >$build/results.txt 2>&1 ||
+    { tail -n 20 $build/results.txt >&2; exit 1; }
+}
+
+echo "Measuring, about 10 minutes for all rows, and as long again for each narrower kind of vectors." >&2
+# OpenBLAS does not know processors newer than itself and takes narrower kernels for them than they could run.
+if grep -qw avx512_vbmi2 /proc/cpuinfo; then
+  measure korva_benchmark OPENBLAS_CORETYPE=SkylakeX
+  # The scaling run is about sizes, not about vectors.
+  [ ${#program[@]} -gt 0 ] || measure korva_benchmark_avx2 OPENBLAS_CORETYPE=Haswell OPENCV_CPU_DISABLE=AVX512-SKX
+elif grep -qw avx2 /proc/cpuinfo; then
+  measure korva_benchmark OPENBLAS_CORETYPE=Haswell
+else
+  measure korva_benchmark
+fi
 
 echo
 # Debian's Python, which has its Matplotlib.
-/usr/bin/python3 benchmarks/table.py $results "${update[@]}"
+/usr/bin/python3 benchmarks/table.py "${results[@]}" "${update[@]}"

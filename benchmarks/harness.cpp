@@ -15,13 +15,13 @@
 namespace korva::benchmarks {
 namespace {
 
-constexpr char const* kFormNames[] = {"ours", "avx2", "baseline", "plain"};
+constexpr char const* kFormNames[] = {"ours", "baseline", "plain"};
 
 std::string nameOf(Form form) {
   return form < Form::kPeer ? kFormNames[int(form)] : "peer" + std::to_string(int(form) - int(Form::kPeer));
 }
 
-void* libraries[3];  // ours, avx2 and baseline; null where there is none
+void* libraries[2];  // ours and baseline
 bool scaling = false;
 
 // One routine of each family; the others of a family walk their arrays in the same way.
@@ -83,7 +83,6 @@ struct Entry {
   std::vector<Form> forms() const {
     std::vector<Form> forms{Form::kOurs};
     if (scaling) return forms;
-    if (libraries[int(Form::kAvx2)]) forms.push_back(Form::kAvx2);
     bool const isWhole = row.at.slot != "cold" && row.at.slot != "odd";
     if (isWhole) forms.push_back(Form::kBaseline);
     if (row.at.slot != "cold") forms.push_back(Form::kPlain);
@@ -151,21 +150,21 @@ void measure(benchmark::State& state, Entry& entry, Form form) {
 }  // namespace
 
 char const* loadLibraries() {
-#ifdef __x86_64__
-  bool const hasAvx2 = __builtin_cpu_supports("avx2"), hasAvx512 = __builtin_cpu_supports("avx512vbmi2");
-#else
-  bool const hasAvx2 = false, hasAvx512 = false;
-#endif
-  char const* const paths[] = {KORVA_OURS_PATH, KORVA_AVX2_PATH, KORVA_BASELINE_PATH};
-  bool const hasCopy = paths[int(Form::kAvx2)] != std::string();
-  for (int k = 0; k < 3; ++k) {
-    if (Form(k) == Form::kAvx2 && !(hasCopy && hasAvx512)) continue;
+  char const* const paths[] = {KORVA_OURS_PATH, KORVA_BASELINE_PATH};
+  for (int k = 0; k < 2; ++k) {
     libraries[k] = dlopen(paths[k], RTLD_NOW | RTLD_LOCAL);
     if (libraries[k]) continue;
     std::cerr << dlerror() << '\n';
     std::exit(1);
   }
-  return hasCopy && hasAvx512 ? "AVX-512" : hasAvx2 ? "AVX2" : "baseline";
+  // This program is compiled for what the library may choose.
+#if defined(__AVX512VBMI2__)
+  return "AVX-512";
+#elif defined(__AVX2__)
+  return "AVX2";
+#else
+  return "baseline";
+#endif
 }
 
 void* symbol(Form form, char const* name) {

@@ -1,11 +1,11 @@
 // Rows of the benchmark: one routine at one size, in several forms that run interleaved in one program.
 //
-//   ours       the shipped library, which chooses its kernels for the processor
-//   avx2       the same library without the AVX-512 copies, where those are what the shipped one chooses
+//   ours       the library, which chooses its kernels for the processor
 //   baseline   the same library without vector copies
 //   plain      the literal definition, one sample at a time
 //   peer0 ...  what a user would call instead, where something is
 //
+// korva_benchmark_avx2 is the same program with everything, peers included, held to AVX2, for processors that have more.
 // The libraries export the same names, so they are loaded by path. Every form runs once on the row's input before
 // anything is measured: our copies have to equal the plain form in every bit, a peer within what its row allows.
 #pragma once
@@ -135,7 +135,7 @@ struct Row {
   unsigned long samples = 0;  // written by a call, where these are not width * height
 };
 
-enum class Form { kOurs, kAvx2, kBaseline, kPlain, kPeer };  // from kPeer on, the row's peers
+enum class Form { kOurs, kBaseline, kPlain, kPeer };  // from kPeer on, the row's peers
 
 void* symbol(Form form, char const* name);
 
@@ -156,7 +156,7 @@ void add(Row row, Function* plainForm, Prepare prepare, std::vector<Peer> peers 
 // The sizes to register: those of the table, or those of the scaling run. Widths are rounded down to the multiple.
 std::vector<SlottedSize> frameSizes(Size least = {1, 1}, unsigned long widthMultiple = 1);
 
-// Loads the copies of the library; returns the vectors that the shipped one uses on this machine.
+// Loads the copies of the library; returns the vectors that ours uses on this machine.
 char const* loadLibraries();
 void measureScaling();
 void registerMachineLimits();

@@ -42,8 +42,7 @@ void runChains(benchmark::State& state, Step step, double lanes, std::integer_se
 template <class Lane, int bytes, class Step>
 void registerRate(char const* resource, Step step) {
   constexpr int kLanes = bytes / sizeof(Lane);
-  std::string const name = std::string("limit/") + resource + "/" + std::to_string(bytes);
-  benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((std::string("limit/") + resource).c_str(), [=](benchmark::State& state) {
     runChains<korva::Vector<Lane, kLanes>>(state, step, kLanes, std::make_integer_sequence<int, 14>());
   });
 }
@@ -74,7 +73,7 @@ void registerRates() {
   auto const exchange = [](auto a, auto b, bool odd) { return odd ? korva::lesser(a, b) : korva::greater(a, b); };
   registerRate<unsigned short, bytes>("minMaxUint16", exchange);
   registerRate<float, bytes>("minMaxFloat", exchange);
-  benchmark::RegisterBenchmark(("limit/conversions/" + std::to_string(bytes)).c_str(), convert<bytes>);
+  benchmark::RegisterBenchmark("limit/conversions", convert<bytes>);
 }
 
 // In the caches, the C library's copy is not always the fastest one.
@@ -113,9 +112,10 @@ void registerCopy(char const* name, void (*copy)(Line* to, Line const* from, uns
 
 void registerMachineLimits() {
 #ifdef __AVX2__
-  registerRates<32>();
 #ifdef __AVX512BW__
   registerRates<64>();
+#else
+  registerRates<32>();
 #endif
   registerCopy("limit/vector copy", copyByVectors);
 #endif

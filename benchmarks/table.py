@@ -1,4 +1,4 @@
-"""Turns the benchmark's JSON into Markdown and a chart: python3 table.py results.json [--update]"""
+"""Turns the benchmarks' JSON into Markdown and a chart: python3 table.py results.json [results.json] [--update]"""
 
 import argparse
 import bisect
@@ -40,6 +40,7 @@ HIGHLIGHTS = {
     ("RGBX_DemosaicFrame_float", ""): "RGBX frame to four bands, float",
     ("RGBX_ComputeNewWLI_float", ""): "new WLI from RGBX, float",
 }
+PEERS = ("OpenCV", "OpenBLAS", "Eigen")
 CHART = "docs/images/speed.svg"
 
 
@@ -50,6 +51,7 @@ class Results:
         with open(path, encoding="utf-8") as file:
             content = json.load(file)
         self.context = content["context"]
+        self.vectors = self.context["vectors"]
         self.failures = {}
         self.runs = {}
         times = collections.defaultdict(list)
@@ -94,12 +96,7 @@ class Results:
         share = math.log(footprint / low) / math.log(high / low)
         return best[right - 1] * (1 - share) + best[right] * share
 
-    def copies(self):
-        """The forms of the library that ran, and the vectors of each."""
-        return {"ours": self.context["vectors"]} | (
-            {"avx2": "AVX2"} if any("avx2" in forms for forms in self.rows().values()) else {})
-
-    def limit(self, run, vectors):
+    def limit(self, run):
         """The least nanoseconds per sample that the machine's rates allow, and what it is that limits."""
         best = (0, "")
         for resource, words in RESOURCES.items():
@@ -107,7 +104,7 @@ class Results:
             if not amount:
                 continue
             rate = (self.bandwidth(amount * run["samples"]) if resource == "bytes" else
-                    self.rates[resource].get(64 if vectors == "AVX-512" else 32))
+                    self.rates[resource].get(0))
             if rate is None:
                 return None, ""
             best = max(best, (amount / rate, words))
@@ -141,16 +138,16 @@ def markdown(header, rows):
 
 
 class Figures:
-    """What the tables say of one row, for one copy of the library."""
+    """What the tables say of one row."""
 
-    def __init__(self, results, forms, copy="ours"):
-        ours = forms[copy]
+    def __init__(self, results, forms):
+        ours = forms["ours"]
         run = results.runs[ours]
         time = lambda form: results.times[forms[form]] if form in forms else None
-        ratio = lambda form: time(form) / time(copy) if form in forms else None
-        limit, self.limited_by = results.limit(run, results.copies()[copy])
-        self.milliseconds = time(copy) / 1e6
-        self.per_sample = time(copy) / run["samples"]
+        ratio = lambda form: time(form) / time("ours") if form in forms else None
+        limit, self.limited_by = results.limit(run)
+        self.milliseconds = time("ours") / 1e6
+        self.per_sample = time("ours") / run["samples"]
         self.plain, self.baseline = ratio("plain"), ratio("baseline")
         # The fastest of the peers.
         peer = min((form for form in forms if form.startswith("peer")), key=time, default="")
@@ -161,19 +158,19 @@ class Figures:
         self.noise = " ~" if ours in results.noisy else ""
 
 
-def by_routine(results, copy="ours"):
+def by_routine(results):
     """Each routine's figures by slot."""
     slots = collections.defaultdict(dict)
     for (routine, variant, slot), forms in results.rows().items():
-        if copy in forms:
-            slots[routine.removeprefix(PREFIX), variant][slot] = Figures(results, forms, copy)
+        if "ours" in forms:
+            slots[routine.removeprefix(PREFIX), variant][slot] = Figures(results, forms)
     return slots
 
 
-def long_table(results, copy):
+def long_table(results):
     """One line per routine: the sensor frame, and how the other sizes compare."""
     rows = []
-    for routine, sizes in by_routine(results, copy).items():
+    for routine, sizes in by_routine(results).items():
         main = sizes.get("frame") or sizes.get("one")
         if not main:
             continue
@@ -182,39 +179,40 @@ def long_table(results, copy):
                      number(cold.peer) if cold else "", number(cache.peer) if cache else "", number(main.plain),
                      number(main.baseline), number(main.of_limit), number(cache.of_limit) if cache else "",
                      main.limited_by, number(odd.per_sample / main.per_sample) if odd else "", main.peer_name])
-    return f"With {results.copies()[copy]}:\n\n" + markdown(
+    peers = ", ".join(f"{name} {results.context[name]}" for name in PEERS if name in results.context)
+    return f"With {results.vectors}; {peers}:\n\n" + markdown(
         ["routine", "ns/sample", "peer ÷ ours", "cold", "512 × 512", "plain ÷ ours", "SIMD off ÷ ours", "of limit",
          "512 × 512", "limit", "odd size", "peer"], rows)
 
 
-def highlights(results):
+def highlights(runs):
     """The README's routines that ran: {(routine, variant): {vectors: figures of the frame}}."""
     found = collections.defaultdict(dict)
-    for copy, vectors in results.copies().items():
-        slots = by_routine(results, copy)
+    for results in runs:
+        slots = by_routine(results)
         for routine in HIGHLIGHTS:
             sizes = slots.get(routine, {})
             if "frame" in sizes or "one" in sizes:
-                found[routine][vectors] = sizes.get("frame") or sizes["one"]
+                found[routine][results.vectors] = sizes.get("frame") or sizes["one"]
     return {routine: figures for routine, figures in found.items() if all(row.peer for row in figures.values())}
 
 
-def short_table(results):
-    vectors = list(results.copies().values())
+def short_table(runs):
+    vectors = [results.vectors for results in runs]
     rows = [[HIGHLIGHTS[routine], *(number(figures[name].peer) for name in vectors), figures[vectors[0]].peer_name,
              *(number(figures[name].per_sample) for name in vectors)]
-            for routine, figures in highlights(results).items()]
+            for routine, figures in highlights(runs).items()]
     return markdown(["times as fast as the peer", *vectors, "peer", *(f"ns/sample, {name}" for name in vectors)], rows)
 
 
-def draw_chart(results, path):
+def draw_chart(runs, path):
     import matplotlib
     matplotlib.use("svg")
     matplotlib.rcParams.update({"svg.hashsalt": "korva", "svg.fonttype": "none"})  # a small file, equal for equal figures
     from matplotlib import pyplot
 
-    rows = highlights(results)
-    copies = list(results.copies().values())
+    rows = highlights(runs)
+    copies = [results.vectors for results in runs]
     figure, axes = pyplot.subplots(figsize=(9, 0.5 * len(rows) + 1.4), layout="constrained")
     height = 0.8 / len(copies)
     for place, (name, colour) in enumerate(zip(copies, ("#1f5a8c", "#8fb8d8"))):
@@ -235,16 +233,15 @@ def draw_chart(results, path):
     figure.savefig(path, metadata={"Date": None})
 
 
-def road_table(results):
-    rows = []
-    for (routine, variant, slot), forms in results.rows().items():
-        if slot == "road" and "ours" in forms:
-            figures = [Figures(results, forms, copy) for copy in results.copies()]
-            rows.append([f"{routine}, {variant}".replace(" x ", " × "),
-                         *(f"{row.milliseconds:.1f}{row.noise}" for row in figures), number(figures[0].plain),
-                         number(figures[0].baseline)])
-    header = ["2048 × 1088", *(f"ms/frame, {name}" for name in results.copies().values()), "plain ÷ ours",
-              "SIMD off ÷ ours"]
+def road_table(runs):
+    roads = collections.defaultdict(list)
+    for results in runs:
+        for routine, sizes in by_routine(results).items():
+            if "road" in sizes:
+                roads[routine].append(sizes["road"])
+    rows = [[f"{routine}, {variant}".replace(" x ", " × "), *(f"{row.milliseconds:.1f}{row.noise}" for row in figures),
+             number(figures[0].plain), number(figures[0].baseline)] for (routine, variant), figures in roads.items()]
+    header = ["2048 × 1088", *(f"ms/frame, {results.vectors}" for results in runs), "plain ÷ ours", "SIMD off ÷ ours"]
     return markdown(header, rows) if rows else ""
 
 
@@ -265,23 +262,20 @@ def scaling_table(results):
 
 
 def caption(results):
-    context = results.context
-    parts = [context.get("cpu", ""), context["compiler"]]
-    parts += [f"{name} {context[name]}" for name in ("OpenCV", "OpenBLAS", "Eigen") if name in context]
-    return ", ".join(part for part in parts + [context["date"][:10]] if part) + "."
+    return f"{results.context.get('cpu', '')}, {results.context['compiler']}, {results.context['date'][:10]}."
 
 
-def limits_line(results):
+def limits_line(runs):
     parts = []
-    for width in (32, 64):
-        rate = lambda resource, digits=0: f"{results.rates[resource][width]:.{digits}f}"
-        if width in results.rates["doubleOperations"]:
+    for results in runs:
+        rate = lambda resource, digits=0: f"{results.rates[resource][0]:.{digits}f}"
+        if results.rates["doubleOperations"]:
             parts.append(
-                f"with {width}-byte vectors {rate('doubleOperations')} double multiplications and additions, "
+                f"with {results.vectors} {rate('doubleOperations')} double multiplications and additions, "
                 f"{rate('divisions', 1)} divisions, {rate('minMaxUint16')} uint16 or {rate('minMaxFloat')} float min/max, "
                 f"{rate('conversions')} conversions between float and double per ns")
-    if results.rates["memcpy"]:
-        rates = ", ".join(f"{results.bandwidth(mebi << 20):.0f} bytes/ns in {mebi} MiB" for mebi in (1, 16, 256))
+    if runs[0].rates["memcpy"]:
+        rates = ", ".join(f"{runs[0].bandwidth(mebi << 20):.0f} bytes/ns in {mebi} MiB" for mebi in (1, 16, 256))
         parts.append("copies at " + rates)
     return f"Measured limits of this machine: {'; '.join(parts)}." if parts else ""
 
@@ -300,28 +294,28 @@ def replace_section(path, section, text):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("results")
+    parser.add_argument("results", nargs="+", help="one file for each program; the first for the widest vectors")
     parser.add_argument("--update", action="store_true", help="put the tables and the chart into the documents")
     options = parser.parse_args()
-    results = Results(options.results)
-    for name, message in results.failures.items():
-        print(f"{name}: {message}", file=sys.stderr)
-    if not results.rows():
+    runs = [Results(path) for path in options.results]
+    failures = [f"{name}: {message}" for results in runs for name, message in results.failures.items()]
+    for failure in failures:
+        print(failure, file=sys.stderr)
+    if not runs[0].rows():
         sys.exit("No rows: does the filter match any?")
 
-    scaling = any(slot[0].isdigit() for _, _, slot in results.rows())
-    tables = [scaling_table(results)] if scaling else [
-        *(long_table(results, copy) for copy in results.copies()), LEGEND, road_table(results)]
-    text = "\n\n".join(part for part in [caption(results), *tables, limits_line(results)] if part)
+    scaling = any(slot[0].isdigit() for _, _, slot in runs[0].rows())
+    tables = [scaling_table(runs[0])] if scaling else [*map(long_table, runs), LEGEND, road_table(runs)]
+    text = "\n\n".join(part for part in [caption(runs[0]), *tables, limits_line(runs)] if part)
     print(text)
-    if options.update and not results.failures:
+    if options.update and not failures:
         replace_section("docs/performance.md", "scaling" if scaling else "benchmark", text)
-    if options.update and not results.failures and not scaling:
-        draw_chart(results, CHART)
+    if options.update and not failures and not scaling:
+        draw_chart(runs, CHART)
         picture = f"![How many times as fast as its peer each routine is]({CHART})"
         replace_section("README.md", "benchmark", "\n\n".join(
-            [picture, short_table(results), road_table(results), caption(results)]))
-    sys.exit(1 if results.failures else 0)
+            [picture, short_table(runs), road_table(runs), caption(runs[0])]))
+    sys.exit(1 if failures else 0)
 
 
 if __name__ == "__main__":
