@@ -5,7 +5,7 @@
 //   plain      the literal definition, one sample at a time
 //   peer0 ...  what a user would call instead, where something is
 //
-// korva_benchmark_avx2 is the same program with everything, peers included, held to AVX2, for processors that have more.
+// korva_benchmark_avx2 is the same program with everything, peers included, held to AVX2, where there is more.
 // The libraries export the same names, so they are loaded by path. Every form runs once on the row's input before
 // anything is measured: our copies have to equal the plain form in every bit, a peer within what its row allows.
 #pragma once
