@@ -12,11 +12,11 @@ import concurrent.futures
 import contextlib
 import csv
 import ctypes
-import errno
 import fcntl
 import functools
 import glob
 import hashlib
+import itertools
 import json
 import os
 import re
@@ -57,7 +57,7 @@ class Stopped(Exception):
     """The work cannot go on; what is done stays done."""
 
 
-class NotWritten(OSError):
+class NotWritten(Exception):
     """A result that found no place."""
 
 
@@ -99,6 +99,7 @@ class Job:
     form: str
     output: str
     release: str = korva.__version__
+    library: str = field(default_factory=lambda: digest_of(korva.loaded_library()[0]))
     token: str = field(default_factory=lambda: uuid.uuid4().hex)
     lock: str = ""
     root: str = ""
@@ -135,8 +136,13 @@ class Job:
 
     def prepare(self) -> Callable[..., np.ndarray]:
         """The road from samples to a cube."""
+        # A worker that came late was not asked before the work started.
         if self.release != korva.__version__:
             raise Stopped(f"{socket.gethostname()}: expected release {self.release}, found {korva.__version__}")
+        if digest_of(library := korva.loaded_library()[0]) != self.library:
+            raise Stopped(f"{socket.gethostname()}: another library file: {library}")
+        if self.root and not os.access(self.root, os.R_OK):
+            raise Stopped(f"{socket.gethostname()}: no access to {self.root}")
         given: dict[str, Any] = dict(self.options)
         for name, (path, digest) in self.files.items():
             if digest_of(path) != digest:
@@ -229,7 +235,7 @@ def store(job: Job, frame: Frame, index: int, cube: np.ndarray) -> str:
                              description=header_text({"": f"{frame.name}, korva_reference {job.release}"})[""])
         return state_of(files)
     except OSError as error:
-        raise NotWritten(error.errno or errno.EIO, f"not written: {error}") from None
+        raise NotWritten(f"not written: {error}") from None
 
 
 def header_text(fields: dict[str, Any]) -> dict[str, str]:
@@ -244,14 +250,22 @@ def owns(job: Job) -> bool:
         return False
 
 
-def process(*task: Any) -> str:
-    """One task. Whatever it raises can travel: a scheduler would wait for ever for an exception that cannot."""
-    try:
-        return processed(*task)
-    except (Stopped, OSError, MemoryError):
-        raise
-    except Exception as error:
-        raise ValueError(f"{error}" or type(error).__name__) from None
+def process(job: Job, items: list[tuple[Frame, int]], *progress: Callable[[int, int], object]) -> list[tuple[str, str]]:
+    """One task: what became of each frame, with the state of its result or the reason.
+
+    As text: a scheduler would wait for ever for an exception that cannot travel.
+    """
+    outcomes = []
+    for frame, index in items:
+        try:
+            outcomes.append(("done", processed(job, frame, index, *progress)))
+        except Stopped as error:
+            return [*outcomes, ("stopped", str(error))]
+        except NotWritten as error:
+            outcomes.append(("unwritten", str(error)))
+        except Exception as error:
+            outcomes.append(("failed", f"{error}" or type(error).__name__))
+    return outcomes
 
 
 def processed(job: Job, frame: Frame, index: int, progress: Callable[[int, int], object] | None = None) -> str:
@@ -476,6 +490,8 @@ class Results:
 class Threads:
     """This machine's threads."""
 
+    batch = 1
+
     def __init__(self, number: int) -> None:
         self.number = number
         self.pool = concurrent.futures.ThreadPoolExecutor(number)
@@ -485,9 +501,6 @@ class Threads:
 
     def alive(self) -> str:
         return ""
-
-    def submit(self, *task: Any) -> concurrent.futures.Future[str]:
-        return self.pool.submit(process, *task)
 
     def abandon(self) -> None:
         self.pool.shutdown(wait=False, cancel_futures=True)
@@ -499,6 +512,8 @@ class Threads:
 class Cluster:
     """The workers of a distributed scheduler."""
 
+    batch = 8  # A task costs some milliseconds of the scheduler and its messages, as much as a small frame.
+
     def __init__(self, address: str, patience: float) -> None:
         import distributed
 
@@ -507,7 +522,7 @@ class Cluster:
         except (OSError, ValueError) as error:
             raise Stopped(f"--scheduler {address}: no scheduler answers ({error})")
         self.address = address
-        self.pool = self.client.get_executor(pure=False, retries=2)
+        self.pool = self.client.get_executor(pure=False)
 
     def workers(self) -> dict[str, Any]:
         return self.client.scheduler_info()["workers"]
@@ -534,7 +549,6 @@ class Cluster:
                 hinted = True
                 tell(f"waiting: {self.alive()}")
             time.sleep(0.2)
-        own = digest_of(korva.loaded_library()[0])
         needed = [(path, False) for path in sources] + [(job.output, True), (f"{job.output}/.frames", False)]
 
         def look(needed: list[tuple[str, bool]], release: str, digest: str) -> list[str]:
@@ -559,7 +573,7 @@ class Cluster:
             return wrong
 
         asked = concurrent.futures.ThreadPoolExecutor(1).submit(
-            self.client.run, look, needed, korva.__version__, own, on_error="return")
+            self.client.run, look, needed, job.release, job.library, on_error="return")
         try:
             found = asked.result(patience)
         except concurrent.futures.TimeoutError:
@@ -568,9 +582,6 @@ class Cluster:
                  for worker, what in found.items() if what]
         if wrong:
             raise Stopped("workers that cannot do the work:\n  " + "\n  ".join(wrong))
-
-    def submit(self, *task: Any) -> concurrent.futures.Future[str]:
-        return self.pool.submit(process, *task)
 
     def abandon(self) -> None:
         if self.client.status == "running":
@@ -608,8 +619,9 @@ class Progress:
 def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, results: Results, root: str,
         failed: dict[str, str], options: argparse.Namespace) -> None:
     """Submits frames as others end, so that no more of them than the engine needs are under way at any moment."""
-    progress, waiting, suspects = Progress(len(todo)), iter(todo), []
-    pending: dict[concurrent.futures.Future[str], tuple[Frame, int]] = {}
+    progress, waiting = Progress(len(todo)), iter(todo)
+    suspects: list[tuple[Frame, int]] = []
+    pending: dict[concurrent.futures.Future[list[tuple[str, str]]], list[tuple[Frame, int]]] = {}
     done, unwritten, silent = 0, 0, time.monotonic()
     moved = answered = hinted = silent
 
@@ -623,8 +635,9 @@ def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, resu
     alone = False
     while True:
         width = 1 if alone else engine.width()
-        while len(pending) < width and (following := next(waiting, None)):
-            pending[engine.submit(job, *following, *scene(following[0]))] = following
+        size = 1 if alone or job.sensor == "line-scan" else min(engine.batch, 1 + len(todo) // (4 * width))
+        while len(pending) < width and (items := list(itertools.islice(waiting, size))):
+            pending[engine.pool.submit(process, job, items, *scene(items[0][0]))] = items
         if not pending:
             if not suspects or alone:
                 return
@@ -643,32 +656,33 @@ def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, resu
             moved = now
         if now - answered > options.patience or now - moved > options.time_limit:
             raise Stopped(missing or f"no frame ended within {options.time_limit:.0f} s; under way were "
-                          + ", ".join(told(root, frame) for frame, _ in list(pending.values())[:8]))
+                          + ", ".join(told(root, items[0][0]) for items in list(pending.values())[:8]))
         for future in ended:
-            frame, index = pending.pop(future)
+            items = pending.pop(future)
             try:
-                results.keep(frame, future.result())
-                done, unwritten = done + 1, 0
-                continue
-            except Stopped:
-                raise
+                outcomes = future.result()
             except concurrent.futures.CancelledError:
                 raise Stopped(engine.alive() or "the scheduler gave up its work")
-            except MemoryError as error:
-                reason = f"not enough memory: {error}"
             except Exception as error:
-                reason = f"{error}" or type(error).__name__
-                if type(error).__name__ == "KilledWorker":
-                    reason = "killed its worker again and again"
-                    if not alone:
-                        suspects.append((frame, index))
-                        continue
-                unwritten = unwritten + 1 if isinstance(error, NotWritten) else 0
-            failed[told(root, frame)] = reason
-            if options.strict:
-                raise Stopped(f"{told(root, frame)}: {reason}")
-            if unwritten == WRITE_FAILURES:
-                raise Stopped(reason)
+                killed = type(error).__name__ == "KilledWorker"
+                if killed and not alone:
+                    suspects += items
+                    continue
+                reason = "killed its worker again and again" if killed else f"{error}" or type(error).__name__
+                outcomes = [("failed", reason)] * len(items)
+            for (frame, _), (outcome, text) in zip(items, outcomes):
+                if outcome == "stopped":
+                    raise Stopped(text)
+                unwritten = unwritten + 1 if outcome == "unwritten" else 0
+                if outcome == "done":
+                    results.keep(frame, text)
+                    done += 1
+                    continue
+                failed[told(root, frame)] = text
+                if options.strict:
+                    raise Stopped(f"{told(root, frame)}: {text}")
+                if unwritten == WRITE_FAILURES:
+                    raise Stopped(text)
         progress(done, len(failed))
 
 
