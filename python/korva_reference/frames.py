@@ -16,6 +16,7 @@ import fcntl
 import functools
 import glob
 import hashlib
+import importlib
 import itertools
 import json
 import os
@@ -31,6 +32,7 @@ from pathlib import Path
 from typing import Any, Callable, Iterable, Iterator, NamedTuple
 
 import numpy as np
+from numpy.typing import NDArray
 
 import korva_reference as korva
 
@@ -109,7 +111,8 @@ class Job:
         kept = ("sensor", "shape", "dtype", "offset", "stride", "options", "median", "weight", "wavelengths", "form",
                 "release")
         found = {name: getattr(self, name) for name in kept} | {name: value[1] for name, value in self.files.items()}
-        return json.loads(json.dumps(found))
+        settings: dict[str, Any] = json.loads(json.dumps(found))
+        return settings
 
     @property
     def frame_size(self) -> int:
@@ -117,24 +120,24 @@ class Job:
 
     @property
     def full_scale(self) -> int:
-        return self.options.get("full_scale", 10000)
+        return int(self.options.get("full_scale", 10000))
 
-    def counts(self, samples: np.ndarray) -> np.ndarray:
+    def counts(self, samples: NDArray[Any]) -> NDArray[Any]:
         """Samples as uint16; those of float32 are rounded to whole counts."""
         if samples.dtype == np.uint16:
             return samples
-        rounded = np.rint(samples)
+        rounded: NDArray[Any] = np.rint(samples)
         if not ((rounded >= 0) & (rounded < 65536)).all():
             raise ValueError("expected counts from 0 to 65535, found others")
         return rounded.astype(np.uint16)
 
-    def reference(self, path: str) -> np.ndarray:
+    def reference(self, path: str) -> NDArray[Any]:
         size = os.path.getsize(path)
         if size != self.offset + self.frame_size and size != self.offset + self.stride:
             raise ValueError(f"{path}: expected one frame of {self.frame_size:,} bytes, found {size:,} bytes")
         return self.counts(RawFrames(path, self.shape, np.dtype(self.dtype), self.offset, self.stride, 1)[0])
 
-    def prepare(self) -> Callable[..., np.ndarray]:
+    def prepare(self) -> Callable[..., NDArray[Any]]:
         """The road from samples to a cube."""
         # A worker that came late was not asked before the work started.
         if self.release != korva.__version__:
@@ -153,13 +156,13 @@ class Job:
             return functools.partial(self.pictures, road)
         return functools.partial(self.filtered, road.spectra)
 
-    def pictures(self, road: korva.RGBXRoad, samples: np.ndarray) -> np.ndarray:
+    def pictures(self, road: korva.RGBXRoad, samples: NDArray[Any]) -> NDArray[Any]:
         """R, G, B, X and the three of the new WLI, of the pixels that all of them have."""
         pictures = road.pictures(samples, weight=self.weight)
         others = np.concatenate([pictures.rgb, pictures.x[np.newaxis]])
         return np.concatenate([others[:, 3:-3, 3:-3], pictures.new_wli])
 
-    def filtered(self, spectra: Callable[..., np.ndarray], samples: Any, **options: Any) -> np.ndarray:
+    def filtered(self, spectra: Callable[..., NDArray[Any]], samples: Any, **options: Any) -> NDArray[Any]:
         cube = spectra(samples, **options)
         if not self.median:
             return cube
@@ -168,7 +171,7 @@ class Job:
         return result
 
 
-_prepared: tuple[str, Any] = ("", None)
+_prepared: tuple[str, Callable[..., NDArray[Any]]] = ("", np.asarray)
 _preparing = threading.Lock()
 
 
@@ -180,7 +183,7 @@ def keep_memory() -> None:
             library.mallopt(option, value)
 
 
-def road_of(job: Job) -> Callable[..., np.ndarray]:
+def road_of(job: Job) -> Callable[..., NDArray[Any]]:
     global _prepared
     with _preparing:
         if _prepared[0] != job.token:
@@ -198,7 +201,7 @@ class Scene:
     def __len__(self) -> int:
         return self.number
 
-    def __getitem__(self, index: int) -> np.ndarray:
+    def __getitem__(self, index: int) -> NDArray[Any]:
         path, place = (self.files[0], index) if len(self.files) == 1 else (self.files[index], 0)
         job = self.job
         return job.counts(RawFrames(path, job.shape, np.dtype(job.dtype), job.offset, job.stride, place + 1)[place])
@@ -213,12 +216,10 @@ def data_of(job: Job, frame: Frame, index: int) -> list[str]:
 
 @functools.lru_cache(1)
 def zarr_array(path: str, token: str) -> Any:
-    import zarr
-
-    return zarr.open_array(path, mode="r+")
+    return importlib.import_module("zarr").open_array(path, mode="r+")
 
 
-def store(job: Job, frame: Frame, index: int, cube: np.ndarray) -> str:
+def store(job: Job, frame: Frame, index: int, cube: NDArray[Any]) -> str:
     """Writes a result and tells the state of its files. Each file is whole or absent."""
     if not owns(job):
         raise Stopped(f"{job.output}: has vanished or belongs to another run")
@@ -300,7 +301,7 @@ def listed(pattern: str) -> tuple[str, list[str]]:
         root, found = os.path.dirname(fixed), [f for f in glob.iglob(pattern, recursive=True) if not os.path.isdir(f)]
     if not found:
         raise Refused(f"--frames {pattern}: expected raw files, found none")
-    return os.path.abspath(root), sorted(map(os.path.abspath, found))
+    return os.path.abspath(root), sorted(os.path.abspath(path) for path in found)
 
 
 def frames_of(job: Job, root: str, files: list[str]) -> list[Frame]:
@@ -375,7 +376,7 @@ class Results:
             stack.enter_context(locked(f"{self.own}/lock", kind))
             stack.enter_context(locked(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB))
             for other in glob.glob(f"{self.own}/lock-*-of-*") if shard else ():
-                if not other.endswith(f"-of-{shard[1]}"):
+                if shard and not other.endswith(f"-of-{shard[1]}"):
                     with locked(other, fcntl.LOCK_EX | fcntl.LOCK_NB):
                         pass
         except BlockingIOError:
@@ -406,8 +407,7 @@ class Results:
             return self.settle_zarr(job, frames, *cube)
 
     def settle_zarr(self, job: Job, frames: list[Frame], shape: tuple[int, ...], dtype: Any) -> list[int]:
-        import zarr
-
+        zarr = importlib.import_module("zarr")
         path = f"{self.own}/frames.json"  # The order of the array: whole at any time, unlike the coordinate.
         names = json.loads(Path(path).read_text()) if os.path.exists(path) else []
         places = {name: place for place, name in enumerate(names)}
@@ -515,8 +515,7 @@ class Cluster:
     batch = 8  # A task costs some milliseconds of the scheduler and its messages, as much as a small frame.
 
     def __init__(self, address: str, patience: float) -> None:
-        import distributed
-
+        distributed: Any = importlib.import_module("distributed")
         try:
             self.client = distributed.Client(address, timeout=min(patience, 30))
         except (OSError, ValueError) as error:
@@ -524,18 +523,18 @@ class Cluster:
         self.address = address
         self.pool = self.client.get_executor(pure=False)
 
-    def workers(self) -> dict[str, Any]:
-        return self.client.scheduler_info()["workers"]
+    def workers(self) -> list[dict[str, Any]]:
+        return list(self.client.scheduler_info()["workers"].values())
 
     def width(self) -> int:
-        return max(2, 2 * sum(worker["nthreads"] for worker in self.workers().values()))
+        return max(2, 2 * sum(int(worker["nthreads"]) for worker in self.workers()))
 
     def alive(self) -> str:
         """What is missing, if anything is."""
         if self.client.status != "running":
             return f"the scheduler {self.address} does not answer"
         now = time.time()
-        if not any(now - worker["last_seen"] < 30 for worker in self.workers().values()):
+        if not any(now - worker["last_seen"] < 30 for worker in self.workers()):
             return f"no worker of {self.address} answers; start workers, or see why theirs ended"
         return ""
 
@@ -802,7 +801,7 @@ def shape_of(job: Job, frames: list[Frame]) -> tuple[tuple[int, ...], Any]:
 
 def work(options: argparse.Namespace) -> int:
     started = time.monotonic()
-    with ExitStack() as stack:
+    with contextlib.closing(ExitStack()) as stack:
         try:
             job = job_of(options)
             root, files = listed(options.frames)
@@ -825,7 +824,8 @@ def work(options: argparse.Namespace) -> int:
         results.records.clear()
         failed = {told(root, frame): frame.problem for frame, _ in todo if frame.problem}
         tell(f"{total} frames, {total - len(todo)} already done; started in {time.monotonic() - started:.1f} s")
-        wrong, engine = "", None
+        wrong = ""
+        engine: Threads | Cluster | None = None
         try:
             if failed and options.strict:
                 raise Stopped(": ".join(next(iter(failed.items()))))

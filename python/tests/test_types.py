@@ -36,7 +36,8 @@ def test_a_script_is_checked_by_its_sample_types(monkeypatch):
     Path("script.py").write_text(SCRIPT)
     Path("wrong.py").write_text(SCRIPT + WRONG)
     command = [sys.executable, "-m", "mypy", "--strict", "--cache-dir=cache"]
-    subprocess.run([*command, "script.py"], check=True)
+    for checked in ("script.py", "--package=korva_reference"):
+        subprocess.run([*command, checked], check=True)
     told = subprocess.run([*command, "wrong.py"], capture_output=True, text=True).stdout
     first = SCRIPT.count("\n") + 2
     assert {int(line.split(":")[1]) for line in told.splitlines() if ": error:" in line} == set(range(first, first + 5))
