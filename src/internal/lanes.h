@@ -146,9 +146,6 @@ KORVA_INLINE Floats narrowLanes(Doubles lanes) {
       return __builtin_ia32_cvtpd2ps512_mask(lanes, Floats{}, -1, kThisRounding);
     }
 #endif
-#if KORVA_ARM_INTRINSICS
-    if constexpr (std::is_same_v<Doubles, Vector<double, 2>>) return vcvt_f32_f64(lanes);
-#endif
     return __builtin_convertvector(lanes, Floats);
   }
 }
