@@ -68,14 +68,14 @@ KORVA_INLINE Doubles scaledProduct(Doubles sample, Doubles coefficient, Reflecta
   }
 }
 
-// The definition, for one sample, without branches. A sample that a rule replaces enters the products as 0: the marker
-// times a count would overflow.
+// The definition, for one sample, without branches. What has no reference enters the products as 0: the marker times a
+// count would overflow.
 template <typename Sample>
 KORVA_INLINE Sample reflectance(Sample sample, double coefficient, ReflectanceRules<Sample> const& rules) {
   bool const unreferenced = coefficient == kInvalidCoefficient;
   bool const flagged = sample == rules.flagValue;
   bool const saturated = sample >= rules.limitValue;
-  double const measured = (unreferenced | flagged | saturated) ? 0.0 : static_cast<double>(sample);
+  double const measured = unreferenced ? 0.0 : static_cast<double>(sample);
   Sample result = korva::toSample<Sample>(scaledProduct(measured, coefficient, rules));
   // From the last rule to the first, so that the first one that applies decides.
   result = saturated ? rules.limitValue : result;
@@ -92,8 +92,7 @@ KORVA_INLINE Doubles reflectances(Doubles sample, Doubles coefficient, Reflectan
   auto const unreferenced = coefficient == kInvalidCoefficient;
   auto const flagged = sample == flag;
   auto const saturated = sample >= limit;
-  // A sample that a rule replaces enters the products as 0: the marker times a count would overflow.
-  Doubles const measured = (unreferenced | flagged | saturated) ? zero : sample;
+  Doubles const measured = unreferenced ? zero : sample;
   Doubles result = scaledProduct(measured, coefficient, rules);
   // From the last rule to the first, so that the first one that applies decides.
   result = saturated ? limit : result;
