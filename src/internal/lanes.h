@@ -60,6 +60,7 @@ KORVA_INLINE V lesser(V a, V b) {
 #if KORVA_X86_BUILTINS
   if constexpr (std::is_same_v<V, Vector<float, 8>>) return __builtin_ia32_minps256(a, b);
   if constexpr (std::is_same_v<V, Vector<float, 4>>) return __builtin_ia32_minps(a, b);
+  if constexpr (std::is_same_v<V, Vector<double, 4>>) return __builtin_ia32_minpd256(a, b);
   if constexpr (std::is_same_v<V, Vector<double, 8>>) return __builtin_ia32_minpd512_mask(a, b, a, -1, kThisRounding);
   if constexpr (std::is_same_v<V, Vector<float, 16>>) return __builtin_ia32_minps512_mask(a, b, a, -1, kThisRounding);
 #endif
