@@ -7,7 +7,8 @@ import os
 import re
 import sys
 import sysconfig
-from typing import Any, NamedTuple
+import threading
+from typing import Any, Callable, NamedTuple, TypeVar
 
 # Of this package, and so of the library that it calls.
 RELEASE = "1.0.0"
@@ -105,6 +106,9 @@ class _SymbolInfo(ctypes.Structure):
     _fields_ = [(name, ctypes.c_void_p) for name in ("file", "base", "name", "address")]
 
 
+Result = TypeVar("Result")
+
+_recording = threading.local()
 _functions: dict[str, Any] = {}
 _loaded: LoadedLibrary | None = None
 
@@ -174,8 +178,45 @@ def loaded_library() -> LoadedLibrary:
     return _loaded
 
 
-def call(name: str, *arguments: Any) -> Any:
-    """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
+def ask(name: str, *arguments: Any) -> Any:
+    """Calls a library function that no samples go through, only numbers."""
     if not _functions:
         _load()
     return _functions[name](*arguments)
+
+
+def call(name: str, *arguments: Any) -> Any:
+    """Calls a library function without the interpreter lock; the arguments stay alive until it returns."""
+    result = ask(name, *arguments)
+    if (steps := getattr(_recording, "steps", None)) is not None:
+        steps.append((_functions[name], arguments))
+    return result
+
+
+def step(function: Callable[..., Any], *arguments: Any) -> None:
+    """Calls any other function that works on samples, all of whose results go into its arguments."""
+    steps, _recording.steps = getattr(_recording, "steps", None), None
+    function(*arguments)
+    _recording.steps = steps
+    if steps is not None:
+        steps.append((function, arguments))
+
+
+def repeatable(function: Callable[..., Result], *arguments: Any) -> tuple[Result, Callable[[], None]]:
+    """The result of a function, and what computes it again, into the same memory, from what its arguments hold then.
+
+    Only calls and steps are repeated, without their checks and on the arrays that they had, and so by one thread at a
+    time. Checks and new memory are what keeps threads waiting for each other: for the interpreter, for pages.
+    """
+    steps: list[tuple[Callable[..., Any], tuple[Any, ...]]] = []
+    _recording.steps = steps
+    try:
+        result = function(*arguments)
+    finally:
+        _recording.steps = None
+
+    def again() -> None:
+        for function, arguments in steps:
+            function(*arguments)
+
+    return result, again

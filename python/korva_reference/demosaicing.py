@@ -12,7 +12,7 @@ from numpy.typing import ArrayLike, NDArray
 from ._arrays import (
     FLOAT64, Resampled, SUFFIX, UINT16, UNSIGNED_INT, array, count, fail, is_planes, output, real, run, table,
 )
-from ._library import call
+from ._library import ask, call
 
 
 def filter_position(mosaic_width: int, band: int) -> tuple[int, int]:
@@ -26,7 +26,7 @@ def filter_position(mosaic_width: int, band: int) -> tuple[int, int]:
     mosaic_width = count("mosaic_width", mosaic_width, 1, UNSIGNED_INT)
     band = count("band", band, 0, UNSIGNED_INT)
     row, column = ctypes.c_uint(), ctypes.c_uint()
-    call("KORVA_Ref_DM_ComputeFilterPosition", ctypes.addressof(row), ctypes.addressof(column), mosaic_width, band)
+    ask("KORVA_Ref_DM_ComputeFilterPosition", ctypes.addressof(row), ctypes.addressof(column), mosaic_width, band)
     return row.value, column.value
 
 
@@ -44,8 +44,8 @@ def target_position_relative_to_filter_position(
     filter_column = count("filter_column", filter_column, 0, UNSIGNED_INT)
     target_row, target_column = real("target_row", target_row), real("target_column", target_column)
     row, column = ctypes.c_double(), ctypes.c_double()
-    call("KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition", ctypes.addressof(row), ctypes.addressof(column),
-         filter_row, filter_column, target_row, target_column)
+    ask("KORVA_Ref_DM_ComputeTargetPositionRelativeToFilterPosition", ctypes.addressof(row), ctypes.addressof(column),
+        filter_row, filter_column, target_row, target_column)
     return row.value, column.value
 
 
@@ -65,8 +65,8 @@ def bilinear_coefficients(
     count("mosaic_height * mosaic_width", mosaic_height * mosaic_width, 1, UNSIGNED_INT)
     row_offset, column_offset = real("row_offset", row_offset), real("column_offset", column_offset)
     weights = np.empty(4)
-    call("KORVA_Ref_DM_ComputeCoefficientsBilinear", run(weights), mosaic_height, mosaic_width, row_offset,
-         column_offset)
+    ask("KORVA_Ref_DM_ComputeCoefficientsBilinear", run(weights), mosaic_height, mosaic_width, row_offset,
+        column_offset)
     return weights
 
 

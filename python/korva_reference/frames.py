@@ -11,32 +11,34 @@ import argparse
 import concurrent.futures
 import contextlib
 import csv
-import ctypes
 import fcntl
 import functools
 import glob
 import hashlib
 import importlib
-import itertools
 import json
 import os
+import pickle
 import re
 import socket
 import sys
+import tempfile
 import threading
 import time
 import uuid
 from contextlib import ExitStack, contextmanager
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from pathlib import Path
-from typing import Any, Callable, Iterable, Iterator, NamedTuple
+from typing import Any, Callable, Iterator, NamedTuple
 
 import numpy as np
 from numpy.typing import NDArray
 
 import korva_reference as korva
 
+from ._library import repeatable, step
 from .raw_files import RawFrames, replacing
+from .roads import flag_pixels
 
 MEDIAN = {3: korva.median_filter_3x3, 5: korva.median_filter_5x5}
 CALIBRATION = ("exposure", "white_exposure", "white_reflectance", "full_scale", "saturation")
@@ -49,6 +51,8 @@ ROADS: dict[str, tuple[Any, tuple[str, ...]]] = {
 FILES = {"snapshot": ("white", "bias", "matrix"), "line-scan": ("white", "bias", "matrix"), "rgbx": ("dark", "flat")}
 # A full or vanished disk fails every frame: after so many failures to write, one after the other, the run ends.
 WRITE_FAILURES = 10
+# Of samples, in a task of many small frames.
+TASK_BYTES = 64 << 20
 
 
 class Refused(Exception):
@@ -74,9 +78,13 @@ class Frame(NamedTuple):
     problem: str = ""
 
 
-def state_of(files: Iterable[str]) -> str:
-    """What changes when a file does."""
-    states = [f"{status.st_size} {status.st_mtime_ns}" for status in map(os.stat, files)]
+def times_of(status: os.stat_result) -> str:
+    """What changes when a file of samples does: nobody can set the time of the last change, as that of its content."""
+    return f"{status.st_size} {status.st_mtime_ns} {status.st_ctime_ns}"
+
+
+def state_of(files: tuple[str, ...]) -> str:
+    states = [times_of(os.stat(path)) for path in files]
     return states[0] if len(states) == 1 else hashlib.sha256("\n".join(states).encode()).hexdigest()
 
 
@@ -101,10 +109,11 @@ class Job:
     form: str
     output: str
     release: str = korva.__version__
-    library: str = field(default_factory=lambda: digest_of(korva.loaded_library()[0]))
+    library: str = ""
     token: str = field(default_factory=lambda: uuid.uuid4().hex)
     lock: str = ""
     root: str = ""
+    header: str = ""
 
     def settings(self) -> dict[str, Any]:
         """Everything but the frame that a result depends on."""
@@ -122,30 +131,38 @@ class Job:
     def full_scale(self) -> int:
         return int(self.options.get("full_scale", 10000))
 
-    def counts(self, samples: NDArray[Any]) -> NDArray[Any]:
-        """Samples as uint16; those of float32 are rounded to whole counts."""
-        if samples.dtype == np.uint16:
-            return samples
-        rounded: NDArray[Any] = np.rint(samples)
+    def counts(self, path: str, place: int = 0, out: NDArray[Any] | None = None) -> NDArray[Any]:
+        """The samples of a frame as uint16; those of float32 are rounded to whole counts."""
+        result = np.empty(self.shape, np.uint16) if out is None else out
+        frames = RawFrames(path, self.shape, np.dtype(self.dtype), self.offset, self.stride, place + 1)
+        if self.dtype == "uint16":
+            return frames.read(place, result)
+        rounded: NDArray[Any] = np.rint(frames[place])
         if not ((rounded >= 0) & (rounded < 65536)).all():
             raise ValueError("expected counts from 0 to 65535, found others")
-        return rounded.astype(np.uint16)
+        np.copyto(result, rounded, casting="unsafe")
+        return result
 
     def reference(self, path: str) -> NDArray[Any]:
         size = os.path.getsize(path)
         if size != self.offset + self.frame_size and size != self.offset + self.stride:
             raise ValueError(f"{path}: expected one frame of {self.frame_size:,} bytes, found {size:,} bytes")
-        return self.counts(RawFrames(path, self.shape, np.dtype(self.dtype), self.offset, self.stride, 1)[0])
+        return self.counts(path)
+
+    def unfit(self) -> str:
+        """What keeps this process from doing the work."""
+        library, release = korva.loaded_library()
+        if release != self.release:
+            return f"expected release {self.release}, found {release}"
+        if digest_of(library) != self.library:
+            return f"another library file: {library}"
+        for path in (self.root, f"{self.output}/.frames", *(path for path, _ in self.files.values())):
+            if not os.access(path, os.R_OK):
+                return f"no access to {path}"
+        return "" if os.access(self.output, os.W_OK) else f"cannot write to {self.output}"
 
     def prepare(self) -> Callable[..., NDArray[Any]]:
         """The road from samples to a cube."""
-        # A worker that came late was not asked before the work started.
-        if self.release != korva.__version__:
-            raise Stopped(f"{socket.gethostname()}: expected release {self.release}, found {korva.__version__}")
-        if digest_of(library := korva.loaded_library()[0]) != self.library:
-            raise Stopped(f"{socket.gethostname()}: another library file: {library}")
-        if self.root and not os.access(self.root, os.R_OK):
-            raise Stopped(f"{socket.gethostname()}: no access to {self.root}")
         given: dict[str, Any] = dict(self.options)
         for name, (path, digest) in self.files.items():
             if digest_of(path) != digest:
@@ -167,29 +184,34 @@ class Job:
         if not self.median:
             return cube
         result = MEDIAN[self.median](cube)
-        result[cube == korva.FLAGGED] = korva.FLAGGED  # A filter would hide what has no valid sample.
+        # A filter would hide what has no valid sample. Pixels are flagged in all bands.
+        step(flag_pixels, result, cube[:1])
         return result
 
 
-_prepared: tuple[str, Callable[..., NDArray[Any]]] = ("", np.asarray)
-_preparing = threading.Lock()
+class Roads:
+    """The road of this process's job, prepared once, and each thread's memory for it."""
+
+    def __init__(self) -> None:
+        self.token, self.lock, self.own = "", threading.Lock(), threading.local()
+        self.road: Callable[..., NDArray[Any]] = np.asarray
+
+    def of(self, job: Job) -> tuple[NDArray[Any], Callable[..., NDArray[Any]]]:
+        """An array for the samples of a frame, and what makes a cube of them, until this thread's next."""
+        with self.lock:
+            if self.token != job.token:
+                if wrong := job.unfit():
+                    raise Stopped(f"{socket.gethostname()}: {wrong}")
+                self.token, self.road = job.token, job.prepare()
+        if getattr(self.own, "token", "") != job.token:
+            self.own.token, self.own.samples, self.own.compute = job.token, np.zeros(job.shape, np.uint16), self.road
+            if job.sensor == "snapshot":
+                cube, again = repeatable(self.road, self.own.samples)
+                self.own.compute = lambda samples: again() or cube
+        return self.own.samples, self.own.compute
 
 
-def keep_memory() -> None:
-    """Lets this process reuse the memory of one frame for the next: threads would wait for the system's pages."""
-    with contextlib.suppress(OSError, AttributeError):
-        library = ctypes.CDLL(None)
-        for option, value in ((-3, 32 << 20), (-1, 1 << 30), (-2, 64 << 20), (-8, 1)):  # mmap, trim, top, arenas
-            library.mallopt(option, value)
-
-
-def road_of(job: Job) -> Callable[..., NDArray[Any]]:
-    global _prepared
-    with _preparing:
-        if _prepared[0] != job.token:
-            keep_memory()
-            _prepared = (job.token, job.prepare())
-        return _prepared[1]
+roads = Roads()
 
 
 class Scene:
@@ -203,8 +225,12 @@ class Scene:
 
     def __getitem__(self, index: int) -> NDArray[Any]:
         path, place = (self.files[0], index) if len(self.files) == 1 else (self.files[index], 0)
-        job = self.job
-        return job.counts(RawFrames(path, job.shape, np.dtype(job.dtype), job.offset, job.stride, place + 1)[place])
+        return self.job.counts(path, place)
+
+
+def written(files: list[str]) -> str:
+    """What changes when a result does, and not when its folder is copied with its times."""
+    return " ".join(f"{status.st_size} {status.st_mtime_ns}" for status in map(os.stat, files))
 
 
 def data_of(job: Job, frame: Frame, index: int) -> list[str]:
@@ -221,67 +247,81 @@ def zarr_array(path: str, token: str) -> Any:
 
 def store(job: Job, frame: Frame, index: int, cube: NDArray[Any]) -> str:
     """Writes a result and tells the state of its files. Each file is whole or absent."""
-    if not owns(job):
-        raise Stopped(f"{job.output}: has vanished or belongs to another run")
     files = data_of(job, frame, index)
     try:
         if job.form == "zarr":
             zarr_array(f"{job.output}/cubes.zarr/cube", job.token)[index] = cube
         else:
-            os.makedirs(os.path.dirname(files[0]), exist_ok=True)
-            others: dict[str, Any] = {"frame": told(job.root, frame)}
-            if job.sensor != "rgbx":
-                others |= {"reflectance scale factor": job.full_scale, "data ignore value": korva.FLAGGED}
-            korva.envi.write(files[0], cube, others=header_text(others), wavelength=job.wavelengths or None,
-                             description=header_text({"": f"{frame.name}, korva_reference {job.release}"})[""])
-        return state_of(files)
+            text = job.header.replace("\nlines = 1\n", f"\nlines = {cube.shape[1]}\n")
+            for mark, name in (("FRAME", told(job.root, frame)), ("RESULT", frame.name)):
+                # Braces and line ends, which file names may have, would end the field.
+                text = text.replace(mark, re.sub(r"[{}\r\n]", "_", name), 1)
+            put(job, files[0], cube.reshape(-1).view(np.uint8).data)
+            put(job, files[1], memoryview(text.encode("utf-8", "surrogateescape")))
+        return written(files)
     except OSError as error:
         raise NotWritten(f"not written: {error}") from None
 
 
-def header_text(fields: dict[str, Any]) -> dict[str, str]:
-    """Braces and line ends, which file names may have, would end a field of the header."""
-    return {name: re.sub(r"[{}\r\n]", "_", str(value)) for name, value in fields.items()}
-
-
-def owns(job: Job) -> bool:
+def put(job: Job, path: str, content: memoryview) -> None:
+    """A file that is whole or absent, by few calls of the system: after each one, threads wait for the interpreter."""
+    folder, name = os.path.split(path)
+    beside = f"{folder}/.{name}.{uuid.uuid4().hex}"
+    flags = os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC
     try:
-        return not job.lock or Path(job.lock).read_text() == job.token
-    except OSError:
-        return False
-
-
-def process(job: Job, items: list[tuple[Frame, int]], *progress: Callable[[int, int], object]) -> list[tuple[str, str]]:
-    """One task: what became of each frame, with the state of its result or the reason.
-
-    As text: a scheduler would wait for ever for an exception that cannot travel.
-    """
-    outcomes = []
-    for frame, index in items:
+        handle = os.open(beside, flags, 0o666)
+    except FileNotFoundError:
+        owned(job)
+        os.makedirs(folder, exist_ok=True)
+        handle = os.open(beside, flags, 0o666)
+    try:
         try:
-            outcomes.append(("done", processed(job, frame, index, *progress)))
-        except Stopped as error:
-            return [*outcomes, ("stopped", str(error))]
-        except NotWritten as error:
-            outcomes.append(("unwritten", str(error)))
+            while content:
+                content = content[os.write(handle, content) :]
+        finally:
+            os.close(handle)
+        os.replace(beside, path)
+    except OSError:
+        with contextlib.suppress(OSError):
+            os.unlink(beside)
+        raise
+
+
+def owned(job: Job) -> None:
+    """Ends the work when the folder of results has vanished, or belongs to another run by now."""
+    with contextlib.suppress(OSError):
+        if Path(job.lock).read_text() == job.token:
+            return
+    raise Stopped(f"{job.output}: has vanished or belongs to another run")
+
+
+def process(job: Job, some: list[tuple[Frame, int]], *progress: Any) -> list[tuple[str, str]]:
+    """One task: what became of each frame, in words. Exceptions would not all travel, and a client waits for them."""
+    found: list[tuple[str, str]] = []
+    for frame, index in some:
+        try:
+            if not found:
+                owned(job)
+            found.append(("done", processed(job, frame, index, *progress)))
         except Exception as error:
-            outcomes.append(("failed", f"{error}" or type(error).__name__))
-    return outcomes
+            kind = {Stopped: "stopped", NotWritten: "unwritten"}.get(type(error), "failed")
+            memory = "not enough memory: " * isinstance(error, MemoryError)
+            found.append((kind, memory + (f"{error}" or type(error).__name__)))
+            if kind == "stopped":
+                break
+    return found
 
 
 def processed(job: Job, frame: Frame, index: int, progress: Callable[[int, int], object] | None = None) -> str:
     """Reads, computes and writes a frame. The state of its result's files."""
-    road = road_of(job)
-    if state_of(frame.files) != frame.state:
-        raise ValueError("changed while the run goes on")
+    samples, road = roads.of(job)
     if frame.number:
-        path, place = frame.files[0], frame.position
-        frames = RawFrames(path, job.shape, np.dtype(job.dtype), job.offset, job.stride, place + 1)
-        cube = road(job.counts(frames[place]))
+        cube = road(job.counts(frame.files[0], frame.position, samples))
     else:
         cube = road(Scene(job, frame), progress=progress)
+        owned(job)
     if state_of(frame.files) != frame.state:
-        raise ValueError("changed while it was read")
+        raise ValueError("changed while the run goes on")
     return store(job, frame, index, cube)
 
 
@@ -309,14 +349,14 @@ def frames_of(job: Job, root: str, files: list[str]) -> list[Frame]:
     frames: list[Frame] = []
     scenes: dict[str, list[str]] = {}
     for path in files:
-        base, ending = os.path.splitext(os.path.relpath(path, root) if "/../" in path else path[len(root):].lstrip("/"))
+        base, ending = os.path.splitext(path[len(root) :].lstrip("/"))
         name = base if ending.lower() == ".raw" else base + ending
         try:
             status = os.stat(path)
         except OSError as error:
             frames.append(Frame(name, (path,), 0, 1, "", error.strerror))
             continue
-        state = f"{status.st_size} {status.st_mtime_ns}"
+        state = times_of(status)
         number, rest = divmod(status.st_size - job.offset, job.stride)
         if rest >= job.frame_size:  # What follows each frame may lack behind the last.
             number, rest = number + 1, 0
@@ -334,7 +374,7 @@ def frames_of(job: Job, root: str, files: list[str]) -> list[Frame]:
             frames += [Frame(f"{name}/{place:06}", of_file, place, number, state) for place in range(number)]
             if rest:
                 frames.append(Frame(f"{name}/{number:06}", of_file, number, number + 1, state, wrong))
-    frames += [Frame(name, tuple(parts), len(parts), 0, state_of(parts)) for name, parts in scenes.items()]
+    frames += [Frame(name, tuple(parts), len(parts), 0, state_of(tuple(parts))) for name, parts in scenes.items()]
     seen: set[str] = set()
     for frame in frames:
         if frame.name in seen:
@@ -345,7 +385,7 @@ def frames_of(job: Job, root: str, files: list[str]) -> list[Frame]:
 
 def told(root: str, frame: Frame) -> str:
     """The name of a frame for a person."""
-    name = os.path.relpath(frame.files[0], root) if frame.number or len(frame.files) == 1 else frame.name
+    name = frame.files[0][len(root) :].lstrip("/") if frame.number or len(frame.files) == 1 else frame.name
     return f"{name}[{frame.position}]" if frame.number > 1 else name
 
 
@@ -390,7 +430,7 @@ class Results:
         self.records: dict[str, list[str]] = {}
         self.journal: Any = None
 
-    def settle(self, job: Job, frames: list[Frame], cube: tuple[tuple[int, ...], Any]) -> list[int]:
+    def settle(self, job: Job, frames: list[Frame], cube: NDArray[Any]) -> list[int]:
         """Refuses results of other settings; gives every frame its place."""
         with locked(f"{self.own}/setup"):
             path, wanted = f"{self.own}/settings.json", job.settings()
@@ -404,7 +444,7 @@ class Results:
                 self.replace(path, json.dumps(wanted, indent=1))
             if job.form == "envi":
                 return [0] * len(frames)
-            return self.settle_zarr(job, frames, *cube)
+            return self.settle_zarr(job, frames, cube.shape, cube.dtype)
 
     def settle_zarr(self, job: Job, frames: list[Frame], shape: tuple[int, ...], dtype: Any) -> list[int]:
         zarr = importlib.import_module("zarr")
@@ -456,13 +496,13 @@ class Results:
         if not records or frame.problem:
             return False
         try:
-            return self.record(frame, state_of(data_of(job, frame, index))) in records
+            return self.record(frame, written(data_of(job, frame, index))) in records
         except OSError:
             return False
 
-    def keep(self, frame: Frame, state: str) -> None:
+    def keep(self, done: list[tuple[Frame, str]]) -> None:
         try:
-            self.journal.write(f"{json.dumps(frame.name)}\t{self.record(frame, state)}\n")
+            self.journal.writelines(f"{json.dumps(frame.name)}\t{self.record(frame, state)}\n" for frame, state in done)
             self.journal.flush()
         except OSError as error:
             raise Stopped(f"{self.own}: {error}")
@@ -490,8 +530,6 @@ class Results:
 class Threads:
     """This machine's threads."""
 
-    batch = 1
-
     def __init__(self, number: int) -> None:
         self.number = number
         self.pool = concurrent.futures.ThreadPoolExecutor(number)
@@ -511,8 +549,6 @@ class Threads:
 
 class Cluster:
     """The workers of a distributed scheduler."""
-
-    batch = 8  # A task costs some milliseconds of the scheduler and its messages, as much as a small frame.
 
     def __init__(self, address: str, patience: float) -> None:
         distributed: Any = importlib.import_module("distributed")
@@ -538,7 +574,7 @@ class Cluster:
             return f"no worker of {self.address} answers; start workers, or see why theirs ended"
         return ""
 
-    def check(self, job: Job, sources: list[str], patience: float) -> None:
+    def check(self, job: Job, patience: float) -> None:
         """Asks every worker, by a function that needs nothing of this package, for what the work needs."""
         start, hinted = time.monotonic(), False
         while self.alive():
@@ -548,37 +584,22 @@ class Cluster:
                 hinted = True
                 tell(f"waiting: {self.alive()}")
             time.sleep(0.2)
-        needed = [(path, False) for path in sources] + [(job.output, True), (f"{job.output}/.frames", False)]
 
-        def look(needed: list[tuple[str, bool]], release: str, digest: str) -> list[str]:
-            import hashlib
-            import os
-            import pathlib
+        def look(job: bytes) -> str:
+            import pickle
 
             try:
-                import korva_reference
-
-                library = korva_reference.loaded_library()[0]
+                return str(pickle.loads(job).unfit())
             except Exception as error:
-                return [f"cannot use korva_reference ({error})"]
-            wrong = []
-            if korva_reference.__version__ != release:
-                wrong.append(f"expected release {release}, found {korva_reference.__version__}")
-            elif hashlib.sha256(pathlib.Path(library).read_bytes()).hexdigest() != digest:
-                wrong.append(f"another library file: {library}")
-            for path, written in needed:
-                if not os.access(path, os.W_OK | os.R_OK if written else os.R_OK):
-                    wrong.append(f"no access to {path}")
-            return wrong
+                return f"cannot use korva_reference ({error})"
 
         asked = concurrent.futures.ThreadPoolExecutor(1).submit(
-            self.client.run, look, needed, job.release, job.library, on_error="return")
+            self.client.run, look, pickle.dumps(job), on_error="return")
         try:
             found = asked.result(patience)
         except concurrent.futures.TimeoutError:
             raise Stopped(f"some worker of {self.address} does not answer (waited {patience:.0f} s)")
-        wrong = [f"{worker}: {', '.join(map(str, what)) if isinstance(what, list) else repr(what)}"
-                 for worker, what in found.items() if what]
+        wrong = [f"{worker}: {what}" for worker, what in found.items() if what]
         if wrong:
             raise Stopped("workers that cannot do the work:\n  " + "\n  ".join(wrong))
 
@@ -618,13 +639,15 @@ class Progress:
 def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, results: Results, root: str,
         failed: dict[str, str], options: argparse.Namespace) -> None:
     """Submits frames as others end, so that no more of them than the engine needs are under way at any moment."""
-    progress, waiting = Progress(len(todo)), iter(todo)
+    progress, waiting = Progress(len(todo)), list(reversed(todo))
     suspects: list[tuple[Frame, int]] = []
     pending: dict[concurrent.futures.Future[list[tuple[str, str]]], list[tuple[Frame, int]]] = {}
-    done, unwritten, silent = 0, 0, time.monotonic()
-    moved = answered = hinted = silent
+    done, unwritten = 0, 0
+    moved = answered = hinted = time.monotonic()
+    # A task costs the engine about as much however many frames it has.
+    most = 1 if options.strict or job.sensor == "line-scan" else max(1, min(64, TASK_BYTES // job.frame_size))
 
-    def scene(frame: Frame) -> tuple[Any, ...]:
+    def within(frame: Frame) -> tuple[Any, ...]:
         def step(now: int, of: int) -> None:
             nonlocal moved
             moved = time.monotonic()
@@ -634,14 +657,15 @@ def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, resu
     alone = False
     while True:
         width = 1 if alone else engine.width()
-        size = 1 if alone or job.sensor == "line-scan" else min(engine.batch, 1 + len(todo) // (4 * width))
-        while len(pending) < width and (items := list(itertools.islice(waiting, size))):
-            pending[engine.pool.submit(process, job, items, *scene(items[0][0]))] = items
+        while len(pending) < width and waiting:
+            size = 1 if alone else max(1, min(most, len(waiting) // width))
+            some = [waiting.pop() for _ in range(size)]
+            pending[engine.pool.submit(process, job, some, *within(some[0][0]))] = some
         if not pending:
             if not suspects or alone:
                 return
             # Whoever was with a frame that kills workers is tried again by itself.
-            alone, waiting, suspects = True, iter(suspects), []
+            alone, waiting, suspects = True, suspects, []
             continue
         ended, _ = concurrent.futures.wait(pending, timeout=1, return_when=concurrent.futures.FIRST_COMPLETED)
         now = time.monotonic()
@@ -655,26 +679,26 @@ def run(job: Job, todo: list[tuple[Frame, int]], engine: Threads | Cluster, resu
             moved = now
         if now - answered > options.patience or now - moved > options.time_limit:
             raise Stopped(missing or f"no frame ended within {options.time_limit:.0f} s; under way were "
-                          + ", ".join(told(root, items[0][0]) for items in list(pending.values())[:8]))
+                          + ", ".join(told(root, frame) for some in pending.values() for frame, _ in some[:2]))
         for future in ended:
-            items = pending.pop(future)
+            some = pending.pop(future)
             try:
-                outcomes = future.result()
+                found = future.result()
             except concurrent.futures.CancelledError:
                 raise Stopped(engine.alive() or "the scheduler gave up its work")
             except Exception as error:
-                killed = type(error).__name__ == "KilledWorker"
-                if killed and not alone:
-                    suspects += items
+                if type(error).__name__ != "KilledWorker":
+                    raise Stopped(f"a worker cannot do the work: {error}")
+                if not alone:
+                    suspects += some
                     continue
-                reason = "killed its worker again and again" if killed else f"{error}" or type(error).__name__
-                outcomes = [("failed", reason)] * len(items)
-            for (frame, _), (outcome, text) in zip(items, outcomes):
-                if outcome == "stopped":
+                found = [("failed", "killed its worker again and again")]
+            results.keep([(frame, text) for (frame, _), (kind, text) in zip(some, found) if kind == "done"])
+            for (frame, _), (kind, text) in zip(some, found):
+                if kind == "stopped":
                     raise Stopped(text)
-                unwritten = unwritten + 1 if outcome == "unwritten" else 0
-                if outcome == "done":
-                    results.keep(frame, text)
+                unwritten = unwritten + 1 if kind == "unwritten" else 0
+                if kind == "done":
                     done += 1
                     continue
                 failed[told(root, frame)] = text
@@ -780,8 +804,8 @@ def job_of(options: argparse.Namespace) -> Job:
         os.path.abspath(options.output))
 
 
-def shape_of(job: Job, frames: list[Frame]) -> tuple[tuple[int, ...], Any]:
-    """Of a result: the road of nothing but zeros tells, and refuses settings that do not fit."""
+def cube_of(job: Job, frames: list[Frame]) -> NDArray[Any]:
+    """The result of nothing but zeros tells its shape, and refuses settings that do not fit."""
     road, zeros = job.prepare(), np.zeros(job.shape, np.uint16)
     if job.sensor != "line-scan":
         cube = road(zeros)
@@ -796,7 +820,18 @@ def shape_of(job: Job, frames: list[Frame]) -> tuple[tuple[int, ...], Any]:
             cube = np.broadcast_to(cube[:, :1], (len(cube), rows, cube.shape[2]))
     if job.wavelengths and len(job.wavelengths) != len(cube):
         raise Refused(f"--wavelengths: expected one for each of {len(cube)} bands, found {len(job.wavelengths)}")
-    return cube.shape, cube.dtype
+    return cube
+
+
+def header_of(job: Job, cube: NDArray[Any]) -> str:
+    """The header of all results, with one line and marks for the names."""
+    others: dict[str, Any] = {"frame": "FRAME"}
+    if job.sensor != "rgbx":
+        others |= {"reflectance scale factor": str(job.full_scale), "data ignore value": str(korva.FLAGGED)}
+    with tempfile.TemporaryDirectory() as folder:
+        korva.envi.write(f"{folder}/cube.raw", cube[:, :1], others=others, wavelength=job.wavelengths or None,
+                         description=f"RESULT, korva_reference {job.release}")
+        return Path(f"{folder}/cube.hdr").read_text()
 
 
 def work(options: argparse.Namespace) -> int:
@@ -808,10 +843,10 @@ def work(options: argparse.Namespace) -> int:
             if os.path.commonpath([root, job.output]) == root and os.path.isdir(options.frames):
                 raise Refused(f"--output {job.output}: expected a folder outside {root}, found one inside")
             frames = frames_of(job, root, files)
-            cube = shape_of(job, frames)
+            cube = cube_of(job, frames)
             results = Results(job.output, options.shard, job.token, stack)
-            object.__setattr__(job, "lock", results.lock)
-            object.__setattr__(job, "root", root)
+            job = replace(job, lock=results.lock, root=root, header=header_of(job, cube),
+                          library=digest_of(korva.loaded_library().path))
             places = results.settle(job, frames, cube)
         except (OSError, TypeError, ValueError, ImportError) as error:
             raise Refused(str(error)) from error
@@ -832,7 +867,7 @@ def work(options: argparse.Namespace) -> int:
             todo = [item for item in todo if not item[0].problem]
             if todo and options.scheduler:
                 engine = Cluster(options.scheduler, options.patience)
-                engine.check(job, [path for path, _ in job.files.values()] + [todo[0][0].files[0]], options.patience)
+                engine.check(job, options.patience)
             elif todo:
                 engine = Threads(options.threads)
             if engine:

@@ -70,8 +70,8 @@ def _filter(name: str, image: NDArray[Any], least: int, out: NDArray[Any] | None
     target = output(out, view.shape, dtype, is_rows if view.ndim == 2 else is_planes, apart=(view,))
     height, width = (ctypes.c_ulong(size) for size in view.shape[-2:])
     for plane, filtered in ((view, target),) if view.ndim == 2 else zip(view, target):
-        call(f"KORVA_Ref_MF_{name}_{SUFFIX[dtype]}", rows(filtered), rows(plane), ctypes.addressof(height),
-             ctypes.addressof(width))
+        call(f"KORVA_Ref_MF_{name}_{SUFFIX[dtype]}", rows(filtered), rows(plane), ctypes.byref(height),
+             ctypes.byref(width))
     return target if out is None else out
 
 

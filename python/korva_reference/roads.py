@@ -14,6 +14,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from ._arrays import UINT16, array, count, fail, real, same_shape, table
+from ._library import step
 from .cube_generation import StitchingBuffer, band_image_strip, crop_image, ssm_band_image, ssm_cube, sst_band_image
 from .demosaicing import demosaic_cube
 from .median_filtering import median_filter_3x3, median_filter_5x5
@@ -72,6 +73,13 @@ def snapshot_bands(
     return result
 
 
+def flag_pixels(out: Counts, cube: Counts) -> None:
+    """Flags all bands of the pixels that are flagged in any band of the cube."""
+    flagged = cube.max(axis=0, initial=0) == FLAGGED
+    if flagged.any():
+        out[:, flagged] = FLAGGED
+
+
 class _Calibration:
     """What turns counts into reflectance and spectra, worked out once from a white reference of (band, row, column)."""
 
@@ -102,7 +110,7 @@ class _Calibration:
 
     def to_spectra(self, cube: Counts, out: Counts) -> None:
         apply_spectral_correction_bsq(cube, self.matrix, out=out)
-        out[:, (cube == FLAGGED).any(axis=0)] = FLAGGED
+        step(flag_pixels, out, cube)
 
 
 class SnapshotRoad:
@@ -141,11 +149,14 @@ class SnapshotRoad:
         cube = self.bands(frame)
         self._calibration.to_reflectance(cube, self._calibration.bias, self._calibration.coefficients)
         if self._saturation is not None:
-            saturated = np.greater_equal(frame, self._saturation)
-            if saturated.any():
-                # The same road shows what a saturated sample takes part in.
-                cube[self.bands(np.where(saturated, np.uint16(FLAGGED), np.uint16(0))) > 0] = FLAGGED
+            step(self._flag_saturated, cube, frame, self._saturation)
         return cube
+
+    def _flag_saturated(self, cube: Counts, frame: Counts, saturation: int) -> None:
+        saturated = np.greater_equal(frame, saturation)
+        if saturated.any():
+            # The same road shows what a saturated sample takes part in.
+            cube[self.bands(np.where(saturated, np.uint16(FLAGGED), np.uint16(0))) > 0] = FLAGGED
 
     def spectra(self, frame: Counts) -> Counts:
         """The corrected spectra, (output band, row, column)."""
