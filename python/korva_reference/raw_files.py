@@ -8,7 +8,7 @@ import os
 import stat
 import uuid
 from contextlib import contextmanager
-from typing import Any, BinaryIO, Iterator, Sequence
+from typing import Any, Iterator, Sequence
 
 import numpy as np
 from numpy.typing import DTypeLike, NDArray
@@ -95,19 +95,25 @@ def read_raw_data(
     what = f"{offset} and " * bool(offset) + f"shape {sizes} of {sample_type}"
     require_file(name, offset + samples * sample_type.itemsize, what)
     target = output(out, sizes, sample_type) if out is not None else new(sizes, sample_type, clear=True)
-    with open(name, "rb") as file:  # The library would keep a refusal to itself.
-        if offset:
-            _read_at(file, offset, target)
-        else:
+    if offset:
+        _read_at(name, offset, target)
+    else:
+        with open(name, "rb"):  # The library would keep a refusal to itself.
             call("KORVA_Ref_ReadRawDataFromDisk", run(target), b"", os.fsencode(name), samples, sample_type.itemsize)
     return target if out is None else out
 
 
-def _read_at(file: BinaryIO, offset: int, target: NDArray[Any]) -> None:
-    file.seek(offset)
-    found = file.readinto(target.reshape(-1).view(np.uint8).data) if target.size else 0  # type: ignore[attr-defined]
+def _read_at(path: str, start: int, target: NDArray[Any]) -> None:
+    """By three calls of the system, or more from 2 GiB on: after each one, threads wait for the interpreter."""
+    content, found = target.reshape(-1).view(np.uint8).data, 0
+    handle = os.open(path, os.O_RDONLY | os.O_CLOEXEC)
+    try:
+        while found < target.nbytes and (more := os.preadv(handle, [content[found:]], start + found)):
+            found += more
+    finally:
+        os.close(handle)
     if found != target.nbytes:
-        fail(str(file.name), f"{target.nbytes:,} bytes from byte {offset} on", f"{found:,} bytes")
+        fail(path, f"{target.nbytes:,} bytes from byte {start} on", f"{found:,} bytes")
 
 
 class RawFrames(Sequence[NDArray[Any]]):
@@ -129,15 +135,7 @@ class RawFrames(Sequence[NDArray[Any]]):
         return self.read(place, new(self.shape, self.dtype))
 
     def read(self, place: int, out: NDArray[Any]) -> NDArray[Any]:
-        # By three calls of the system: after each one, threads wait for the interpreter.
-        start = self._offset + place * self._stride
-        handle = os.open(self.path, os.O_RDONLY | os.O_CLOEXEC)
-        try:
-            found = os.preadv(handle, [out.reshape(-1).view(np.uint8).data], start)
-        finally:
-            os.close(handle)
-        if found != out.nbytes:
-            fail(self.path, f"{out.nbytes:,} bytes from byte {start} on", f"{found:,} bytes")
+        _read_at(self.path, self._offset + place * self._stride, out)
         return out
 
 
