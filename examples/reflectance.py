@@ -54,24 +54,10 @@ else:
 
 # %% The road of a frame: bias, band images, one common point of the cell, reflectance, spectral correction
 FULL_SCALE = 10000  # counts that stand for reflectance 1
-UNUSABLE = 65535  # no 12-bit count: marks pixels without a white reference, and no count reaches it as a limit
-
-
-def band_images(counts):
-    cut = korva.ssm_cube(korva.correct_bias(counts, bias), mosaic_width=across, mosaic_height=down)
-    middle = dict(target_row=(down - 1) / 2, target_column=(across - 1) / 2)
-    return cut, korva.demosaic_cube(korva.median_filter_3x3(cut), mosaic_width=across, mosaic_height=down, **middle)
-
-
-def reflectance(counts):
-    return korva.reflectance(counts, coefficients, options.exposure, UNUSABLE, UNUSABLE, full_scale=FULL_SCALE)
-
-
-white_cube = band_images(white)[1]
-coefficients = korva.correction_coefficients(white_cube, options.white_reflectance, options.white_exposure, UNUSABLE)
-cut, demosaiced = band_images(frame)
-cube = reflectance(demosaiced)
-corrected = korva.apply_spectral_correction_bsq(cube, matrix)
+road = korva.SnapshotRoad(
+    white, bias=bias, mosaic=(down, across), matrix=matrix, exposure=options.exposure, full_scale=FULL_SCALE,
+    white_exposure=options.white_exposure, white_reflectance=options.white_reflectance)
+cube, corrected = road.reflectance(frame), road.spectra(frame)
 measured = cube[matrix.argmax(axis=1)]  # For each output band the camera's band that weighs most in it.
 
 # %% The cube, for any viewer
@@ -81,7 +67,7 @@ else:
     shown = [int(np.argmin(np.abs(wavelengths - nm))) for nm in (640, 550, 465)]
     axis_values, axis_name = wavelengths, "wavelength, nm"
 korva.envi.write(options.output / "reflectance.raw", corrected, wavelength=wavelengths, default_bands=shown,
-                 others={"reflectance scale factor": FULL_SCALE, "data ignore value": UNUSABLE})
+                 others={"reflectance scale factor": FULL_SCALE, "data ignore value": korva.FLAGGED})
 
 
 # %% Picture 1: is the exposure right? The frame, its mosaic, the white reference
@@ -100,8 +86,8 @@ y, x = (int(share * size) // 4 * 4 for share, size in zip((0.41, 0.227), frame.s
 axes[0, 0].add_patch(Rectangle((x, y), 32, 32, fill=False, color="tab:orange", linewidth=1.5))
 axes[0, 1].imshow(frame[y : y + 32, x : x + 32], cmap="gray", extent=(x, x + 32, y + 32, y))
 axes[0, 1].set_title(f"32 x 32 pixels of it: cells of {across} x {down} filters", color="tab:orange")
-level = np.median(white_cube, axis=(1, 2))[:, None, None]
-image = axes[1, 0].imshow((white_cube / level).mean(axis=0), extent=(0, frame.shape[1], frame.shape[0], 0))
+lit = road.bands(white) - 1.0 * road.bands(bias)
+image = axes[1, 0].imshow((lit / np.median(lit, axis=(1, 2), keepdims=True)).mean(axis=0))
 axes[1, 0].set_title("White reference without its band levels: the illumination's fall-off")
 figure.colorbar(image, ax=axes[1, 0], label="share of the median", shrink=0.9)
 for counts, name in ((bias, "bias"), (frame, "frame"), (white, "white")):
@@ -119,9 +105,13 @@ for name, (row, column) in points.items():
     axes["all"].plot(column, row, "o", markersize=9, markerfacecolor="none", color="white", markeredgewidth=1.5)
     axes["all"].annotate(name, (column, row), (0, -15), textcoords="offset points", color="white", ha="center",
                          size=8.5, bbox={"boxstyle": "round,pad=0.2", "facecolor": "#0008", "linewidth": 0})
-zoom = np.s_[:, max(0, y // down - 10) :, max(0, x // across - 10) :]
-for key, part, title in (("before", cut, "As cut: colour fringes"), ("after", demosaiced, "Demosaiced")):
-    axes[key].imshow(colours(korva.apply_spectral_correction_bsq(reflectance(part), matrix)[zoom][:, :30, :40]))
+seen, most = (korva.ssm_cube(korva.correct_bias(counts, bias), mosaic_width=across, mosaic_height=down)
+              for counts in (frame, white))
+scale = FULL_SCALE * options.white_reflectance * options.white_exposure / options.exposure
+cut = np.tensordot(matrix, scale * seen / np.maximum(most, 1), 1)
+top, left = max(0, y // down - 10), max(0, x // across - 10)
+for key, bands, title in (("before", cut, "As cut: colour fringes"), ("after", corrected, "Demosaiced")):
+    axes[key].imshow(colours(bands[:, top : top + 30, left : left + 40]))
     axes[key].set_title(title)
 for axis in axes.values():
     axis.set_axis_off()
