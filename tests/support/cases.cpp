@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace korva::test {
 namespace {
@@ -16,6 +19,11 @@ namespace {
 std::optional<unsigned long> numberFrom(char const* variable) {
   char const* const text = std::getenv(variable);
   return text ? std::optional(std::strtoul(text, nullptr, 0)) : std::nullopt;
+}
+
+unsigned long threadCount() {
+  static unsigned long const count = numberFrom("KORVA_THREADS").value_or(1);
+  return count;
 }
 
 std::string hex(void const* value, std::size_t bytes) {
@@ -52,8 +60,8 @@ thread_local char callInProgress[1024];
 
 }  // namespace
 
-Case::Case(unsigned long number, std::string where, std::string rerun)
-    : random(number), where_(std::move(where)), rerun_(std::move(rerun)) {}
+Case::Case(unsigned long seed, bool watchesStack, std::string where, std::string rerun)
+    : random(seed), where_(std::move(where)), rerun_(std::move(rerun)), watchesStack_(watchesStack) {}
 
 Layout Case::anyLayout(Shape const& shape, std::size_t rowsPerRun) {
   // Reading beyond the last sample is the likeliest fault, so half of all arrays end at a forbidden page.
@@ -70,13 +78,13 @@ void Case::beginCall(char const* routine) {
                 rerun_.c_str());
   modeBefore_ = floatingPointMode();
   allocationsBefore_ = allocationCount();
-  if (watchesStack) paintStack();
+  if (watchesStack_) paintStack();
 }
 
 void Case::endCall() {
   // Of a thread's stack, which may be small, a host must be able to spare this much.
   constexpr std::size_t kStackLimit = 64 * 1024;
-  if (watchesStack && overwrittenStack() > kStackLimit)
+  if (watchesStack_ && overwrittenStack() > kStackLimit)
     fail("the call takes " + std::to_string(overwrittenStack()) + " bytes of stack");
   if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
   if (!(floatingPointMode() == modeBefore_)) fail("the call changes the floating-point mode");
@@ -107,16 +115,34 @@ bool Cases::next() {
   return true;
 }
 
-Case Cases::start(std::initializer_list<Parameter> parameters) {
+void Cases::onThreads(std::function<void(unsigned long thread)> const& run) {
+  std::barrier start(static_cast<std::ptrdiff_t>(threadCount()));
+  std::vector<std::jthread> threads;
+  for (unsigned long thread = 0; thread + 1 < threadCount(); ++thread) {
+    threads.emplace_back([&, thread] {
+      start.arrive_and_wait();
+      run(thread + 1);
+    });
+  }
+  start.arrive_and_wait();
+  run(0);
+}
+
+Case Cases::start(std::initializer_list<Parameter> parameters, unsigned long thread) const {
   static unsigned long const seed = numberFrom("KORVA_SEED").value_or(0);
+  // Looking at the stack takes longer than most calls. Sanitizers enlarge every frame, and so do builds that are not
+  // optimised, for which KORVA_ANY_STACK is set.
+  static bool const stackIsKnown = allocationsAreCounted() && std::getenv("KORVA_ANY_STACK") == nullptr;
   unsigned long const number = numbered_ - 1;
   std::string where;
   for (Parameter const& parameter : parameters)
     where.append(parameter.name).append(" ").append(std::to_string(parameter.value)).append(", ");
   where += "case " + std::to_string(number);
-  std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_CASE=" + std::to_string(number);
+  std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_THREADS=" +
+                                std::to_string(threadCount()) + " KORVA_CASE=" + std::to_string(number);
   static std::string const program = std::filesystem::read_symlink("/proc/self/exe");
-  return Case(number + (seed << 32), where, selection + " " + program + " --gtest_filter=" + testName());
+  return Case(number + (thread << 24) + (seed << 32), stackIsKnown && number % 16 == 0, where,
+              selection + " " + program + " --gtest_filter=" + testName());
 }
 
 Cases::~Cases() {

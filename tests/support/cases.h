@@ -37,7 +37,7 @@ struct Mismatch {
 // One case. Its arrays, layouts and samples all derive from its number, which seeds random.
 class Case {
  public:
-  Case(unsigned long number, std::string where, std::string rerun);
+  Case(unsigned long seed, bool watchesStack, std::string where, std::string rerun);
 
   Random random;
 
@@ -46,9 +46,6 @@ class Case {
   std::function<bool(std::size_t band, std::size_t row, std::size_t column)> isMoved = everywhere;
   static bool everywhere(std::size_t, std::size_t, std::size_t) { return true; }
   static bool nowhere(std::size_t, std::size_t, std::size_t) { return false; }
-
-  // Whether calls are also watched for their use of the stack, which takes time.
-  bool watchesStack = false;
 
   // An array that the routine only reads, filled; rowsPerRun is the least run of rows that the routine relies on.
   template <class T, int kLevels, class Fill = void (*)(std::span<T>, Random&)>
@@ -152,12 +149,13 @@ class Case {
 
   char const* routine_ = "";
   std::string where_, rerun_;
+  bool watchesStack_;
   FloatingPointMode modeBefore_{};
   long allocationsBefore_ = 0;
 };
 
-// The cases of one test, numbered from 0. KORVA_CASE=n runs case n alone, KORVA_EVERY=n
-// every nth, where time is short; KORVA_SEED=s draws other contents.
+// The cases of one test, numbered from 0. KORVA_CASE=n runs case n alone, KORVA_EVERY=n every nth, where time is short;
+// KORVA_SEED=s draws other contents. KORVA_THREADS=n runs each case on n threads at a time, each with its own contents.
 class Cases {
  public:
   Cases() = default;
@@ -167,13 +165,16 @@ class Cases {
   template <class Body>
   void run(std::initializer_list<Parameter> parameters, Body&& body) {
     if (!next()) return;
-    Case current = start(parameters);
-    body(current);
+    onThreads([&](unsigned long thread) {
+      Case current = start(parameters, thread);
+      body(current);
+    });
   }
 
  private:
   bool next();
-  Case start(std::initializer_list<Parameter> parameters);
+  Case start(std::initializer_list<Parameter> parameters, unsigned long thread) const;
+  static void onThreads(std::function<void(unsigned long thread)> const& run);
 
   unsigned long numbered_ = 0, ran_ = 0;
 };
