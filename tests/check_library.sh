@@ -33,7 +33,7 @@ compare "functions of the header and exported ones" "$(c++filt <<<"$exported" | 
   "$(sort <<<"$declared")"
 compare "processing routines and plain definitions" \
   "$(grep -vE 'Array|Buffer_|Buffers_|RawData' <<<"$declared" | grep -E '_[a-z0-9]+$|DM_' | sed 's/KORVA_Ref_//' | sort)" \
-  "$(grep -oE 'routine\(\w+\)' "$root/tests/support/plain_definitions.h" | sed 's/routine(//; s/)//' | sort)"
+  "$(grep -oE 'routine\(\w+,' "$root/tests/support/plain_definitions.h" | sed 's/routine(//; s/,//' | sort)"
 compare "functions without a comment" "" "$(awk '/^KORVA_API/ && last !~ /\*\/$/; {last = $0}' "$header")"
 
 # The memory and file functions of the C library, and what every start-up object refers to.

@@ -34,20 +34,6 @@ static_assert(is<void(void const*, char const*, char const*, Size, Size), KORVA_
 static_assert(is<void(NewWLIBuffers*, Size, Size), KORVA_Ref_RGBX_AllocateNewWLIBuffers_float>);
 static_assert(is<void(NewWLIBuffers), KORVA_Ref_RGBX_FreeNewWLIBuffers_float>);
 
-// An overload has the type of the function that it forwards to.
-template <class Function>
-constexpr bool overloads(Function*, Function*) {
-  return true;
-}
-static_assert(overloads(KORVA_Ref_RC_CorrectBias_float, KORVA_Ref_RC_CorrectBias));
-static_assert(overloads(KORVA_Ref_RC_CorrectBias_uint16, KORVA_Ref_RC_CorrectBias));
-static_assert(overloads(KORVA_Ref_RC_ComputeCorrectionCoefficients_float, KORVA_Ref_RC_ComputeCorrectionCoefficients));
-static_assert(overloads(KORVA_Ref_RC_ComputeCorrectionCoefficients_uint16, KORVA_Ref_RC_ComputeCorrectionCoefficients));
-static_assert(overloads(KORVA_Ref_RC_ComputeReflectance_float, KORVA_Ref_RC_ComputeReflectance));
-static_assert(overloads(KORVA_Ref_RC_ComputeReflectance_uint16, KORVA_Ref_RC_ComputeReflectance));
-static_assert(overloads(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_float, KORVA_Ref_SC_ApplySpectralCorrection_BSQ));
-static_assert(overloads(KORVA_Ref_SC_ApplySpectralCorrection_BSQ_uint16, KORVA_Ref_SC_ApplySpectralCorrection_BSQ));
-
 // The record is passed by value: its four pointers, in this order, are part of the interface.
 struct FourPointers {
   float **xResidual, **yFiltered, **yResidual, ***yccImage;

@@ -125,11 +125,12 @@ template <class T>
 struct Filters;
 template <>
 struct Filters<float> {
-  static constexpr Filter<float> kAll[] = {{routine::MF_Median2D_3x3_float, 1}, {routine::MF_Median2D_5x5_float, 2}};
+  inline static Filter<float> const kAll[] = {{routine::MF_Median2D_3x3_float, 1}, {routine::MF_Median2D_5x5_float, 2}};
 };
 template <>
 struct Filters<Short> {
-  static constexpr Filter<Short> kAll[] = {{routine::MF_Median2D_3x3_uint16, 1}, {routine::MF_Median2D_5x5_uint16, 2}};
+  inline static Filter<Short> const kAll[] = {{routine::MF_Median2D_3x3_uint16, 1},
+                                              {routine::MF_Median2D_5x5_uint16, 2}};
 };
 
 template <class T, class Fill>

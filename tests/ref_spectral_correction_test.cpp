@@ -14,16 +14,16 @@ struct Routines;
 
 template <>
 struct Routines<float> {
-  static constexpr auto kSpectrum = routine::SC_ApplySpectralCorrection_float;
-  static constexpr auto kRun = routine::SC_ApplySpectralCorrection_BIP_float;
-  static constexpr auto kCube = routine::SC_ApplySpectralCorrection_BSQ_float;
+  inline static auto const kSpectrum = routine::SC_ApplySpectralCorrection_float;
+  inline static auto const kRun = routine::SC_ApplySpectralCorrection_BIP_float;
+  inline static auto const kCube = routine::SC_ApplySpectralCorrection_BSQ_float;
 };
 
 template <>
 struct Routines<Short> {
-  static constexpr auto kSpectrum = routine::SC_ApplySpectralCorrection_uint16;
-  static constexpr auto kRun = routine::SC_ApplySpectralCorrection_BIP_uint16;
-  static constexpr auto kCube = routine::SC_ApplySpectralCorrection_BSQ_uint16;
+  inline static auto const kSpectrum = routine::SC_ApplySpectralCorrection_uint16;
+  inline static auto const kRun = routine::SC_ApplySpectralCorrection_BIP_uint16;
+  inline static auto const kCube = routine::SC_ApplySpectralCorrection_BSQ_uint16;
 };
 
 template <class T>
@@ -99,49 +99,41 @@ void forBandsAndRuns(Body&& body) {
 TYPED_TEST(SpectralCorrection, CubesOfAllSizes) { forBandsAndRuns(checkCube<TypeParam>); }
 TYPED_TEST(SpectralCorrection, PixelRunsOfAllSizes) { forBandsAndRuns(checkRun<TypeParam>); }
 
+// All forms of the correction of equal samples by such weights.
+template <class T, class Weights>
+void checkForms(Case& c, unsigned outBands, unsigned inBands, unsigned samples, T value, Weights fillWeights) {
+  c.isMoved = Case::nowhere;
+  auto const equal = [=](std::span<T> all, Random&) { std::fill(all.begin(), all.end(), value); };
+  auto const matrix = c.input<double, 2>({inBands, outBands}, kSeparateRows, fillWeights);
+  auto const in = c.input<T, 3>({samples, 1, inBands}, 1, equal);
+  auto out = c.output<T, 3>({samples, 1, outBands}, 1);
+  auto scratch = c.output<double, 1>({samples});
+  c.compare(Routines<T>::kCube, out, scratch, in, matrix, outBands, inBands, samples);
+  auto const pixels = c.input<T, 1>({std::size_t{samples} * inBands}, kOneBlock, equal);
+  auto spectra = c.output<T, 1>({std::size_t{samples} * outBands});
+  c.compare(Routines<T>::kRun, spectra, pixels, matrix, outBands, inBands, samples);
+  c.compare(Routines<T>::kSpectrum, spectra, pixels, matrix, outBands, inBands);
+}
+
 // One input band of ones: each weight is a sum, at every position of the vectors that convert it.
 TYPED_TEST(SpectralCorrection, SumsAtTheEdgesOfTheConversion) {
-  std::span<double const> const edges = conversionEdges();
-  auto const ones = [](std::span<TypeParam> all, Random&) { std::fill(all.begin(), all.end(), TypeParam{1}); };
-  auto const fillEdges = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
-  auto const outBands = static_cast<unsigned>(edges.size());
+  auto const edges = conversionEdges();
+  auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
   Cases cases;
-  for (unsigned samples = 1; samples <= 40; ++samples) {
+  for (unsigned samples = 1; samples <= 40; ++samples)
     cases.run({{"samples", samples}}, [&](Case& c) {
-      c.isMoved = Case::nowhere;
-      auto const matrix = c.input<double, 2>({1, outBands}, kSeparateRows, fillEdges);
-      auto const in = c.input<TypeParam, 3>({samples, 1, 1}, kOneBlock, ones);
-      auto out = c.output<TypeParam, 3>({samples, 1, outBands}, 1);
-      auto scratch = c.output<double, 1>({samples});
-      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, outBands, 1u, samples);
-      auto const pixels = c.input<TypeParam, 1>({samples}, kOneBlock, ones);
-      auto spectra = c.output<TypeParam, 1>({samples * outBands});
-      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, outBands, 1u, samples);
-      auto spectrum = c.output<TypeParam, 1>({outBands});
-      c.compare(Routines<TypeParam>::kSpectrum, spectrum, pixels, matrix, outBands, 1u);
+      checkForms(c, static_cast<unsigned>(edges.size()), 1u, samples, TypeParam{1}, fill);
     });
-  }
 }
 
 // Weights that cancel except for their rounding: any other order, or a fused product, gives other samples.
 TYPED_TEST(SpectralCorrection, OrderAndRoundingOfTheSumShow) {
-  constexpr auto kThrees = [](std::span<TypeParam> all, Random&) { std::fill(all.begin(), all.end(), TypeParam{3}); };
   Cases cases;
   auto const run = [&](unsigned outBands, unsigned inBands) {
     cases.run({{"outBands", outBands}, {"inBands", inBands}}, [&](Case& c) {
-      c.isMoved = Case::nowhere;
-      auto const cancelling = [=](std::span<double> all, Random& random) {
+      checkForms(c, outBands, inBands, 37u, TypeParam{3}, [=](std::span<double> all, Random& random) {
         for (std::size_t row = 0; row < all.size(); row += inBands) fillCancelling(all.subspan(row, inBands), random);
-      };
-      auto const matrix = c.input<double, 2>({inBands, outBands}, kSeparateRows, cancelling);
-      auto const in = c.input<TypeParam, 3>({37, 1, inBands}, 1, kThrees);
-      auto out = c.output<TypeParam, 3>({37, 1, outBands}, 1);
-      auto scratch = c.output<double, 1>({37});
-      c.compare(Routines<TypeParam>::kCube, out, scratch, in, matrix, outBands, inBands, 37u);
-      auto const pixels = c.input<TypeParam, 1>({37 * inBands}, kOneBlock, kThrees);
-      auto spectra = c.output<TypeParam, 1>({37 * outBands});
-      c.compare(Routines<TypeParam>::kRun, spectra, pixels, matrix, outBands, inBands, 37u);
-      c.compare(Routines<TypeParam>::kSpectrum, spectra, pixels, matrix, outBands, inBands);
+      });
     });
   };
   // Fewer output bands than a vector has lanes, and more; input bands for panels, and too many for them.

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -130,118 +129,96 @@ TYPED_TEST(Arrays, EveryFailingAllocationStoresNullAndLeavesNothingBehind) {
 
 class RawFiles : public testing::Test {
  protected:
+  using Shorts = std::vector<unsigned short>;
   RawFiles() {
     std::string pattern = testing::TempDir() + "korva_raw_files_XXXXXX";
     directory_ = std::string(mkdtemp(pattern.data())) + "/";
   }
   ~RawFiles() override { std::filesystem::remove_all(directory_); }
 
-  std::string contentsOf(std::string const& fileName) const {
-    std::ifstream file(directory_ + fileName, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+  void write(std::string const& name, unsigned long count, unsigned long elementSize, Shorts const& data) const {
+    KORVA_Ref_WriteRawDataToDisk(data.data(), directory_.c_str(), name.c_str(), count, elementSize);
   }
+  // Into samples that are 9 before.
+  Shorts read(std::string const& name, unsigned long count, unsigned long elementSize) const {
+    Shorts data = kNines;
+    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), name.c_str(), count, elementSize);
+    return data;
+  }
+  auto sizeOf(std::string const& name) const { return std::filesystem::file_size(directory_ + name); }
 
   std::string directory_;
-  std::vector<unsigned short> const samples_ = {1, 2, 3, 4, 5, 6};
+  Shorts const kSamples = {1, 2, 3, 4, 5, 6}, kNines = Shorts(6, 9);
 };
 
 TEST_F(RawFiles, HoldTheSamplesAsTheyLieInMemory) {
-  GuardedRuns guarded(1, 12, Placement::EndsAtForbiddenPage);
-  std::memcpy(guarded.writable(0), samples_.data(), 12);
+  GuardedRuns guarded(1, 12, Placement::EndsAtForbiddenPage), back(1, 12, Placement::EndsAtForbiddenPage);
+  std::memcpy(guarded.writable(0), kSamples.data(), 12);
   KORVA_Ref_WriteRawDataToDisk(guarded.readOnly(0), directory_.c_str(), "white.raw", 6, 2);
-  std::string const contents = contentsOf("white.raw");
-  ASSERT_EQ(contents.size(), 12u);
-  EXPECT_EQ(std::memcmp(contents.data(), samples_.data(), 12), 0);
-
+  EXPECT_EQ(sizeOf("white.raw"), 12u);
   for (auto const& [count, elementSize] : {std::pair{6ul, 2ul}, {3ul, 4ul}, {1ul, 12ul}}) {
-    GuardedRuns read(1, 12, Placement::EndsAtForbiddenPage);
-    KORVA_Ref_ReadRawDataFromDisk(read.writable(0), directory_.c_str(), "white.raw", count, elementSize);
-    EXPECT_EQ(std::memcmp(read.readOnly(0), samples_.data(), 12), 0);
-    EXPECT_TRUE(read.slackIsIntact());
+    std::memset(back.writable(0), 0, 12);
+    KORVA_Ref_ReadRawDataFromDisk(back.writable(0), directory_.c_str(), "white.raw", count, elementSize);
+    EXPECT_EQ(std::memcmp(back.readOnly(0), kSamples.data(), 12), 0);
+    EXPECT_TRUE(back.slackIsIntact());
   }
 }
 
 TEST_F(RawFiles, PathIsTheTwoStringsJoinedAsTheyAre) {
-  std::string const withoutSeparator = directory_ + "run1";
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), withoutSeparator.c_str(), "white.raw", 6, 2);
-  EXPECT_EQ(contentsOf("run1white.raw").size(), 12u);
+  KORVA_Ref_WriteRawDataToDisk(kSamples.data(), (directory_ + "run1").c_str(), "white.raw", 6, 2);
+  EXPECT_EQ(sizeOf("run1white.raw"), 12u);
   std::string const whole = directory_ + "whole.raw";
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), "", whole.c_str(), 5, 2);
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), whole.c_str(), "", 4, 2);
-  EXPECT_EQ(contentsOf("whole.raw").size(), 8u) << "the later, shorter write replaces the file";
+  KORVA_Ref_WriteRawDataToDisk(kSamples.data(), "", whole.c_str(), 5, 2);
+  KORVA_Ref_WriteRawDataToDisk(kSamples.data(), whole.c_str(), "", 4, 2);
+  EXPECT_EQ(sizeOf("whole.raw"), 8u) << "the later, shorter write replaces the file";
 }
 
-TEST_F(RawFiles, ShortFileFillsTheStartOnly) {
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "short.raw", 3, 1);
-  std::vector<unsigned char> data(12, 0xEE);
-  KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "short.raw", 6, 2);
-  EXPECT_EQ(std::memcmp(data.data(), samples_.data(), 3), 0);
-  EXPECT_EQ(std::count(data.begin() + 3, data.end(), 0xEE), 9);
+TEST_F(RawFiles, OnlyWhatIsThereIsTransferred) {
+  write("short.raw", 3, 2, kSamples);
+  EXPECT_EQ(read("short.raw", 6, 2), (Shorts{1, 2, 3, 9, 9, 9}));
+  EXPECT_EQ(read("missing.raw", 6, 2), kNines);
+  write("missing/a.raw", 6, 2, kSamples);
+  EXPECT_FALSE(std::filesystem::exists(directory_ + "missing.raw") || std::filesystem::exists(directory_ + "missing"));
+  // Nothing to transfer keeps the samples on reading, and truncates the file on writing.
+  for (auto const& [count, elementSize] : {std::pair{0ul, 2ul}, {6ul, 0ul}, {0ul, 0ul}}) {
+    write("a.raw", 6, 2, kSamples);
+    EXPECT_EQ(read("a.raw", count, elementSize), kNines);
+    write("a.raw", count, elementSize, kSamples);
+    EXPECT_EQ(sizeOf("a.raw"), 0u);
+  }
 }
 
 // More bytes than 32 bits count: of the file there are twelve, of the samples a page up to a forbidden one.
 TEST_F(RawFiles, CountsKeepTheirHighBits) {
   if (!allocationsAreCounted()) GTEST_SKIP() << "sanitizers look at all the samples that are not there";
   constexpr unsigned long kCount = (1ul << 32) + 6;
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "short.raw", 6, 2);
+  write("short.raw", 6, 2, kSamples);
   GuardedRuns page(1, 4096, Placement::EndsAtForbiddenPage);
   KORVA_Ref_ReadRawDataFromDisk(page.writable(0), directory_.c_str(), "short.raw", kCount, 1);
-  EXPECT_EQ(std::memcmp(page.readOnly(0), samples_.data(), 12), 0);
+  EXPECT_EQ(std::memcmp(page.readOnly(0), kSamples.data(), 12), 0);
   KORVA_Ref_WriteRawDataToDisk(page.readOnly(0), directory_.c_str(), "page.raw", kCount, 1);
-  EXPECT_EQ(contentsOf("page.raw").size(), 4096u);
+  EXPECT_EQ(sizeOf("page.raw"), 4096u);
 }
 
-TEST_F(RawFiles, NothingToTransferTruncatesOnWritingAndKeepsOnReading) {
-  for (auto const& [count, elementSize] : {std::pair{0ul, 2ul}, {6ul, 0ul}, {0ul, 0ul}}) {
-    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
-    std::vector<unsigned short> data(6, 9);
-    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "a.raw", count, elementSize);
-    EXPECT_EQ(data, std::vector<unsigned short>(6, 9));
-    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", count, elementSize);
-    EXPECT_TRUE(std::filesystem::exists(directory_ + "a.raw"));
-    EXPECT_EQ(contentsOf("a.raw").size(), 0u);
-  }
-}
-
-TEST_F(RawFiles, FileThatCannotBeOpenedTouchesNothing) {
-  std::vector<unsigned short> data(6, 9);
-  KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "missing.raw", 6, 2);
-  EXPECT_EQ(data, std::vector<unsigned short>(6, 9));
-  EXPECT_FALSE(std::filesystem::exists(directory_ + "missing.raw"));
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), (directory_ + "missing/").c_str(), "a.raw", 6, 2);
-  EXPECT_TRUE(std::filesystem::is_empty(directory_));
-}
-
-TEST_F(RawFiles, EveryFailingAllocationTouchesNothing) {
-  if (!allocationsAreCounted()) GTEST_SKIP() << "the sanitizer brings its own allocator";
-  KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
-  std::string const before = contentsOf("a.raw");
-  std::vector<unsigned short> const other(6, 9);
-  // The first allocation holds the path, the second the C library's open file.
-  for (long ordinal = 1; ordinal <= 2; ++ordinal) {
-    std::vector<unsigned short> data = other;
-    long const live = liveAllocationCount();
-    failAllocation(ordinal);
-    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "a.raw", 6, 2);
-    failAllocation(ordinal);
-    KORVA_Ref_WriteRawDataToDisk(other.data(), directory_.c_str(), "a.raw", 6, 2);
-    failNoAllocation();
-    EXPECT_EQ(data, other);
-    EXPECT_EQ(liveAllocationCount(), live);
-    EXPECT_EQ(contentsOf("a.raw"), before);
-  }
-}
-
-TEST_F(RawFiles, LeaveNothingAllocatedAndNoFileOpen) {
+TEST_F(RawFiles, NothingStaysAllocatedOrOpenAndAFailedAllocationTouchesNothing) {
   auto const openFiles = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
   };
+  write("a.raw", 6, 2, kSamples);
   auto const filesBefore = openFiles();
   long const live = liveAllocationCount();
-  for (int repetition = 0; repetition < 3; ++repetition) {
-    unsigned short data[6];
-    KORVA_Ref_WriteRawDataToDisk(samples_.data(), directory_.c_str(), "a.raw", 6, 2);
-    KORVA_Ref_ReadRawDataFromDisk(data, directory_.c_str(), "a.raw", 6, 2);
+  // The first allocation holds the path, the second the C library's open file; there is no third.
+  for (long ordinal = 1; ordinal <= 3; ++ordinal) {
+    Shorts data = kNines;
+    failAllocation(ordinal);
+    KORVA_Ref_ReadRawDataFromDisk(data.data(), directory_.c_str(), "a.raw", 6, 2);
+    failAllocation(ordinal);
+    KORVA_Ref_WriteRawDataToDisk(kNines.data(), directory_.c_str(), "a.raw", 3, 2);
+    failNoAllocation();
+    bool const done = ordinal == 3 || !allocationsAreCounted();
+    EXPECT_EQ(data, done ? kSamples : kNines);
+    EXPECT_EQ(sizeOf("a.raw"), done ? 6u : 12u);
+    write("a.raw", 6, 2, kSamples);
   }
   EXPECT_EQ(liveAllocationCount(), live);
   EXPECT_EQ(openFiles(), filesBefore);

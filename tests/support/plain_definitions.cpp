@@ -12,7 +12,9 @@ using Short = unsigned short;
 using Size = unsigned long;
 using Count = unsigned int;
 
-// Everything strictly between -2^31 - 1 and 2^31 truncates into the signed 32-bit range.
+namespace {
+
+// Adds 0.5, truncates to a signed 32-bit integer and keeps its low 16 bits; 0 for NaN and outside that range.
 Short toUint16(double value) {
   double const shifted = value + 0.5;
   if (!(shifted > -2147483649.0 && shifted < 2147483648.0)) return 0;
@@ -21,22 +23,13 @@ Short toUint16(double value) {
 
 // ---------------------------------------------------------------------------------------------------------------- CG
 
-namespace {
-
 template <class T>
-void crop(T** out, T** in, Size left, Size top, Size cropWidth, Size cropHeight) {
+void crop(T** out, T** in, Size, Size, Size left, Size top, Size cropWidth, Size cropHeight) {
   for (Size r = 0; r < cropHeight; ++r)
     for (Size c = 0; c < cropWidth; ++c) out[r][c] = in[top + r][left + c];
 }
 
-}  // namespace
-
-void CG_CropImage_uint16(Short** out, Short** in, Size, Size, Size left, Size top, Size cropWidth, Size cropHeight) {
-  crop(out, in, left, top, cropWidth, cropHeight);
-}
-
-void CG_SSM_GetBandImage_uint16(Short** out, Short** in, Size width, Size height, Size mosaicWidth, Size mosaicHeight,
-                                Size band) {
+void mosaicBandImage(Short** out, Short** in, Size width, Size height, Size mosaicWidth, Size mosaicHeight, Size band) {
   Size const bandWidth = width / mosaicWidth;
   Size const bandHeight = height / mosaicHeight;
   Size const rowPhase = band / mosaicWidth;
@@ -46,35 +39,35 @@ void CG_SSM_GetBandImage_uint16(Short** out, Short** in, Size width, Size height
     for (Size c = 0; c < bandWidth; ++c) out[r][c] = in[rowPhase + r * mosaicHeight][columnPhase + c * mosaicWidth];
 }
 
-void CG_SST_GetBandImage_uint16(Short** out, Short** in, Size width, Size, Size tileWidth, Size tileHeight, Size band) {
+void tileBandImage(Short** out, Short** in, Size width, Size height, Size tileWidth, Size tileHeight, Size band) {
   Size const tilesAcross = width / tileWidth;
   Size const tileRow = band / tilesAcross;
   Size const tileColumn = band % tilesAcross;
-  crop(out, in, tileColumn * tileWidth, tileRow * tileHeight, tileWidth, tileHeight);
+  crop(out, in, width, height, tileColumn * tileWidth, tileRow * tileHeight, tileWidth, tileHeight);
 }
 
-void CG_LS_GetBandImageStrip_uint16(Short** out, Short** in, Size width, Size, Size stripHeight, Size band) {
-  crop(out, in, 0, band * stripHeight, width, stripHeight);
+void bandStrip(Short** out, Short** in, Size width, Size height, Size stripHeight, Size band) {
+  crop(out, in, width, height, 0, band * stripHeight, width, stripHeight);
 }
 
-void CG_LS_StitchBandImageStrip_uint16(Short*** buffer, Short** strip, Size width, Size stripHeight, Size firstBand,
-                                       Size lastBand, Size band, Size bufferBand, Size frameIndex) {
+void stitchStrip(Short*** buffer, Short** strip, Size width, Size stripHeight, Size firstBand, Size lastBand, Size band,
+                 Size bufferBand, Size frameIndex) {
   Size const n = lastBand - firstBand + 1;
   Size const slot = (frameIndex + firstBand - band + n) % n;
   Short* const target = buffer[bufferBand][slot * stripHeight];
   for (Size k = 0; k < stripHeight * width; ++k) target[k] = strip[0][k];
 }
 
-void CG_LS_StitchBandImage_uint16(Short*** buffer, Short** in, Size width, Size stripHeight, Size firstBand,
-                                  Size lastBand, Size frameIndex) {
+void stitchImage(Short*** buffer, Short** in, Size width, Size stripHeight, Size firstBand, Size lastBand,
+                 Size frameIndex) {
   Size const n = lastBand - firstBand + 1;
   for (Size i = 0; i < n; ++i)
-    CG_LS_StitchBandImageStrip_uint16(buffer, in + (firstBand + i) * stripHeight, width, stripHeight, firstBand,
-                                      lastBand, firstBand + i, i, frameIndex);
+    stitchStrip(buffer, in + (firstBand + i) * stripHeight, width, stripHeight, firstBand, lastBand, firstBand + i, i,
+                frameIndex);
 }
 
-void CG_LS_GetStitchedSlice_BSQ_uint16(Short*** out, Short*** buffer, Size width, Size stripHeight, Size height,
-                                       Size bands, Size firstBand, Size lastBand, Size frameIndex) {
+void stitchedSlice(Short*** out, Short*** buffer, Size width, Size stripHeight, Size height, Size bands, Size firstBand,
+                   Size lastBand, Size frameIndex) {
   Size const n = lastBand - firstBand + 1;
   Size const x = frameIndex + firstBand - lastBand;
   Size const sourceSlot = x % n;
@@ -89,13 +82,11 @@ void CG_LS_GetStitchedSlice_BSQ_uint16(Short*** out, Short*** buffer, Size width
 
 // ---------------------------------------------------------------------------------------------------------------- RC
 
-namespace {
-
 constexpr double kInvalidCoefficient = DBL_MAX;
 
 template <class T>
-void computeCorrectionCoefficients(double* coefficients, T const* white, Size count, double factor1, double factor2,
-                                   T flagValue) {
+void correctionCoefficients(double* coefficients, T const* white, Size count, double factor1, double factor2,
+                            T flagValue) {
   double const p = factor1 * factor2;
   for (Size i = 0; i < count; ++i) {
     T const w = white[i];
@@ -103,16 +94,16 @@ void computeCorrectionCoefficients(double* coefficients, T const* white, Size co
   }
 }
 
-float storedReflectance(double r, float const*) { return static_cast<float>(r); }
+float storedReflectance(double r) { return static_cast<float>(r); }
 
-Short storedReflectance(double r, Short const* fullScale) {
+Short storedReflectance(double r, Short fullScale) {
   if (r > 1.0) r = 1.0;
-  return toUint16(r * static_cast<double>(*fullScale));
+  return toUint16(r * static_cast<double>(fullScale));
 }
 
-template <class T>
-void computeReflectance(T* out, T const* in, double const* coefficients, Size count, double divisor, T const* fullScale,
-                        T flagValue, T limitValue) {
+template <class T, class... FullScale>
+void computeReflectance(T* out, T const* in, double const* coefficients, Size count, double divisor,
+                        FullScale... fullScale, T flagValue, T limitValue) {
   double const q = 1.0 / divisor;
   for (Size i = 0; i < count; ++i) {
     double const c = coefficients[i];
@@ -125,44 +116,20 @@ void computeReflectance(T* out, T const* in, double const* coefficients, Size co
       out[i] = limitValue;
     } else {
       double const product = static_cast<double>(v) * c;
-      out[i] = storedReflectance(product * q, fullScale);
+      out[i] = storedReflectance(product * q, fullScale...);
     }
   }
 }
 
-}  // namespace
+float difference(float sample, float bias) { return sample - bias; }
+Short difference(Short sample, Short bias) { return static_cast<Short>(sample < bias ? 0 : sample - bias); }
 
-void RC_CorrectBias_float(float* out, float const* in, float const* bias, Size count) {
-  for (Size i = 0; i < count; ++i) out[i] = in[i] - bias[i];
-}
-
-void RC_CorrectBias_uint16(Short* out, Short const* in, Short const* bias, Size count) {
-  for (Size i = 0; i < count; ++i) out[i] = static_cast<Short>(in[i] < bias[i] ? 0 : in[i] - bias[i]);
-}
-
-void RC_ComputeCorrectionCoefficients_float(double* coefficients, float const* white, Size count, double factor1,
-                                            double factor2, float flagValue) {
-  computeCorrectionCoefficients(coefficients, white, count, factor1, factor2, flagValue);
-}
-
-void RC_ComputeCorrectionCoefficients_uint16(double* coefficients, Short const* white, Size count, double factor1,
-                                             double factor2, Short flagValue) {
-  computeCorrectionCoefficients(coefficients, white, count, factor1, factor2, flagValue);
-}
-
-void RC_ComputeReflectance_float(float* out, float const* in, double const* coefficients, Size count, double divisor,
-                                 float flagValue, float limitValue) {
-  computeReflectance<float>(out, in, coefficients, count, divisor, nullptr, flagValue, limitValue);
-}
-
-void RC_ComputeReflectance_uint16(Short* out, Short const* in, double const* coefficients, Size count, double divisor,
-                                  Short fullScale, Short flagValue, Short limitValue) {
-  computeReflectance(out, in, coefficients, count, divisor, &fullScale, flagValue, limitValue);
+template <class T>
+void correctBias(T* out, T const* in, T const* bias, Size count) {
+  for (Size i = 0; i < count; ++i) out[i] = difference(in[i], bias[i]);
 }
 
 // ---------------------------------------------------------------------------------------------------------------- SC
-
-namespace {
 
 template <class T>
 double weightedSum(T const* in, double const* weights, Count inBands) {
@@ -178,20 +145,19 @@ void store(float& out, double value) { out = static_cast<float>(value); }
 void store(Short& out, double value) { out = toUint16(value); }
 
 template <class T>
-void applySpectralCorrection(T* out, T const* in, double const* const* matrix, Count outBands, Count inBands) {
+void correctSpectrum(T* out, T const* in, double const* const* matrix, Count outBands, Count inBands) {
   for (Count o = 0; o < outBands; ++o) store(out[o], weightedSum(in, matrix[o], inBands));
 }
 
 template <class T>
-void applySpectralCorrection_BIP(T* out, T const* in, double const* const* matrix, Count outBands, Count inBands,
-                                 Count pixels) {
+void correctRun(T* out, T const* in, double const* const* matrix, Count outBands, Count inBands, Count pixels) {
   for (std::size_t p = 0; p < pixels; ++p)
-    applySpectralCorrection(out + p * outBands, in + p * inBands, matrix, outBands, inBands);
+    correctSpectrum(out + p * outBands, in + p * inBands, matrix, outBands, inBands);
 }
 
 template <class T>
-void applySpectralCorrection_BSQ(T* const* const* out, double* scratch, T const* const* const* in,
-                                 double const* const* matrix, Count outBands, Count inBands, Count samples) {
+void correctCube(T* const* const* out, double* scratch, T const* const* const* in, double const* const* matrix,
+                 Count outBands, Count inBands, Count samples) {
   for (Count o = 0; o < outBands; ++o) {
     for (Count k = 0; k < samples; ++k) scratch[k] = 0.0;
     for (Count i = 0; i < inBands; ++i) {
@@ -210,53 +176,20 @@ void applySpectralCorrection_BSQ(T* const* const* out, double* scratch, T const*
   }
 }
 
-}  // namespace
-
-void SC_ApplySpectralCorrection_float(float* out, float const* in, double const* const* matrix, Count outBands,
-                                      Count inBands) {
-  applySpectralCorrection(out, in, matrix, outBands, inBands);
-}
-
-void SC_ApplySpectralCorrection_uint16(Short* out, Short const* in, double const* const* matrix, Count outBands,
-                                       Count inBands) {
-  applySpectralCorrection(out, in, matrix, outBands, inBands);
-}
-
-void SC_ApplySpectralCorrection_BIP_float(float* out, float const* in, double const* const* matrix, Count outBands,
-                                          Count inBands, Count pixels) {
-  applySpectralCorrection_BIP(out, in, matrix, outBands, inBands, pixels);
-}
-
-void SC_ApplySpectralCorrection_BIP_uint16(Short* out, Short const* in, double const* const* matrix, Count outBands,
-                                           Count inBands, Count pixels) {
-  applySpectralCorrection_BIP(out, in, matrix, outBands, inBands, pixels);
-}
-
-void SC_ApplySpectralCorrection_BSQ_float(float* const* const* out, double* scratch, float const* const* const* in,
-                                          double const* const* matrix, Count outBands, Count inBands, Count samples) {
-  applySpectralCorrection_BSQ(out, scratch, in, matrix, outBands, inBands, samples);
-}
-
-void SC_ApplySpectralCorrection_BSQ_uint16(Short* const* const* out, double* scratch, Short const* const* const* in,
-                                           double const* const* matrix, Count outBands, Count inBands, Count samples) {
-  applySpectralCorrection_BSQ(out, scratch, in, matrix, outBands, inBands, samples);
-}
-
 // ---------------------------------------------------------------------------------------------------------------- DM
 
-void DM_ComputeFilterPosition(Count* row, Count* column, Count mosaicWidth, Count band) {
+void filterPosition(Count* row, Count* column, Count mosaicWidth, Count band) {
   *row = band / mosaicWidth;
   *column = band % mosaicWidth;
 }
 
-void DM_ComputeTargetPositionRelativeToFilterPosition(double* rowOffset, double* columnOffset, Count filterRow,
-                                                      Count filterColumn, double targetRow, double targetColumn) {
+void offsetToTarget(double* rowOffset, double* columnOffset, Count filterRow, Count filterColumn, double targetRow,
+                    double targetColumn) {
   *rowOffset = targetRow - static_cast<double>(filterRow);
   *columnOffset = targetColumn - static_cast<double>(filterColumn);
 }
 
-void DM_ComputeCoefficientsBilinear(double* weights, Count mosaicHeight, Count mosaicWidth, double rowOffset,
-                                    double columnOffset) {
+void bilinearWeights(double* weights, Count mosaicHeight, Count mosaicWidth, double rowOffset, double columnOffset) {
   double const p = static_cast<double>(mosaicHeight);
   double const q = static_cast<double>(mosaicWidth);
   double const r = rowOffset < 0.0 ? rowOffset + p : rowOffset;
@@ -270,8 +203,6 @@ void DM_ComputeCoefficientsBilinear(double* weights, Count mosaicHeight, Count m
   weights[3] = b * r;
 }
 
-namespace {
-
 struct WeightPair {
   double u, v;
 };
@@ -284,8 +215,7 @@ WeightPair edgePair(double u, double v) {
 void store(double& out, double value) { out = value; }
 
 template <class T>
-void applyDemosaicingBilinear(T* out, T const* in, Count height, Count width, double const* w, double rowOffset,
-                              double columnOffset) {
+void demosaic(T* out, T const* in, Count height, Count width, double const* w, double rowOffset, double columnOffset) {
   WeightPair const top = edgePair(w[0], w[1]);
   WeightPair const bottom = edgePair(w[2], w[3]);
   WeightPair const left = edgePair(w[0], w[2]);
@@ -318,21 +248,7 @@ void applyDemosaicingBilinear(T* out, T const* in, Count height, Count width, do
   }
 }
 
-}  // namespace
-
-void DM_ApplyDemosaicingBilinear_dbl(double* out, double const* in, Count height, Count width, double const* weights,
-                                     double rowOffset, double columnOffset) {
-  applyDemosaicingBilinear(out, in, height, width, weights, rowOffset, columnOffset);
-}
-
-void DM_ApplyDemosaicingBilinear_uint16(Short* out, Short const* in, Count height, Count width, double const* weights,
-                                        double rowOffset, double columnOffset) {
-  applyDemosaicingBilinear(out, in, height, width, weights, rowOffset, columnOffset);
-}
-
 // ---------------------------------------------------------------------------------------------------------------- MF
-
-namespace {
 
 struct Exchange {
   int low, high;
@@ -396,56 +312,31 @@ T median(T* values, Size count) {
   return middleOf(lower, m);
 }
 
-template <class T>
-void median2D(T** out, T** in, Size height, Size width, Size radius) {
-  for (Size y = 0; y < height; ++y) {
-    for (Size x = 0; x < width; ++x) {
+template <class T, Size kRadius>
+void median2D(T** out, T** in, Size* height, Size* width) {
+  for (Size y = 0; y < *height; ++y) {
+    for (Size x = 0; x < *width; ++x) {
       T window[25];
       Size n = 0;
-      for (Size row = y < radius ? 0 : y - radius; row <= std::min(height - 1, y + radius); ++row)
-        for (Size column = x < radius ? 0 : x - radius; column <= std::min(width - 1, x + radius); ++column)
+      for (Size row = y < kRadius ? 0 : y - kRadius; row <= std::min(*height - 1, y + kRadius); ++row)
+        for (Size column = x < kRadius ? 0 : x - kRadius; column <= std::min(*width - 1, x + kRadius); ++column)
           window[n++] = in[row][column];
       out[y][x] = n == 9 ? median9(window) : n == 25 ? median25(window) : median(window, n);
     }
   }
 }
 
-}  // namespace
-
-Short MF_Median1D_9_uint16(Short* values) { return median9(values); }
-float MF_Median1D_9_float(float* values) { return median9(values); }
-Short MF_Median1D_25_uint16(Short* values) { return median25(values); }
-float MF_Median1D_25_float(float* values) { return median25(values); }
-Short MF_Median1D_uint16(Short* values, Size count) { return median(values, count); }
-float MF_Median1D_float(float* values, Size count) { return median(values, count); }
-
-void MF_Median2D_3x3_uint16(Short** out, Short** in, Size* height, Size* width) {
-  median2D(out, in, *height, *width, 1);
-}
-
-void MF_Median2D_3x3_float(float** out, float** in, Size* height, Size* width) {
-  median2D(out, in, *height, *width, 1);
-}
-
-void MF_Median2D_5x5_uint16(Short** out, Short** in, Size* height, Size* width) {
-  median2D(out, in, *height, *width, 2);
-}
-
-void MF_Median2D_5x5_float(float** out, float** in, Size* height, Size* width) {
-  median2D(out, in, *height, *width, 2);
-}
-
 // -------------------------------------------------------------------------------------------------- image operations
 
-void Subtract_float(float** out, float** a, float** b, Size width, Size height) {
+void subtract(float** out, float** a, float** b, Size width, Size height) {
   for (Size k = 0; k < width * height; ++k) out[0][k] = a[0][k] - b[0][k];
 }
 
-void Add_float(float** out, float** a, float** b, Size width, Size height) {
+void add(float** out, float** a, float** b, Size width, Size height) {
   for (Size k = 0; k < width * height; ++k) out[0][k] = a[0][k] + b[0][k];
 }
 
-void Mix_float(float** out, float** a, float** b, Size width, Size height, double weight) {
+void mix(float** out, float** a, float** b, Size width, Size height, double weight) {
   double const complement = 1.0 - weight;
   for (Size k = 0; k < width * height; ++k) {
     double const shareOfA = static_cast<double>(a[0][k]) * weight;
@@ -454,11 +345,7 @@ void Mix_float(float** out, float** a, float** b, Size width, Size height, doubl
   }
 }
 
-void Crop_float(float** out, float** in, Size, Size, Size left, Size top, Size cropWidth, Size cropHeight) {
-  crop(out, in, left, top, cropWidth, cropHeight);
-}
-
-void ApplyKernel7x7_float(float** out, float** in, Size width, Size height, double const* kernel) {
+void applyKernel(float** out, float** in, Size width, Size height, double const* kernel) {
   if (width < 7 || height < 7) return;
   for (Size r = 3; r <= height - 4; ++r) {
     for (Size c = 3; c <= width - 4; ++c) {
@@ -474,7 +361,7 @@ void ApplyKernel7x7_float(float** out, float** in, Size width, Size height, doub
   }
 }
 
-void RGBToYCbCr_float(float*** out, float*** in, Size width, Size height, double kb, double kr) {
+void rgbToYCbCr(float*** out, float*** in, Size width, Size height, double kb, double kr) {
   double const gWeight = (1.0 - kb) - kr;
   double const cbScale = 0.5 / (1.0 - kb);
   double const crScale = 0.5 / (1.0 - kr);
@@ -492,7 +379,7 @@ void RGBToYCbCr_float(float*** out, float*** in, Size width, Size height, double
   }
 }
 
-void YCbCrToRGB_float(float*** out, float*** in, Size width, Size height, double kb, double kr) {
+void ycbcrToRGB(float*** out, float*** in, Size width, Size height, double kb, double kr) {
   double const crFactor = (1.0 - kr) + (1.0 - kr);
   double const cbFactor = (1.0 - kb) + (1.0 - kb);
   double const gInverse = 1.0 / ((1.0 - kr) - kb);
@@ -513,16 +400,15 @@ void YCbCrToRGB_float(float*** out, float*** in, Size width, Size height, double
 
 // -------------------------------------------------------------------------------------------------------------- RGBX
 
-namespace {
-
 // The red and the blue band differ only in the parity of the rows whose sites start at the first column: in row
 // 2 * i + 1, red sites start at column index (i - 1) mod 2, blue ones at i mod 2.
-void computeRedOrBlueBand(float** o, float** s, Size width, Size height, Size parity) {
+template <Size kParity>
+void computeRedOrBlueBand(float** o, float** s, Size width, Size height) {
   Size const hh = height / 2, hw = width / 2;
   if (hh <= 2) return;
   for (Size i = 1; i <= hh - 2; ++i) {
     Size const y = 2 * i + 1;
-    Size const start = (i + parity) % 2;
+    Size const start = (i + kParity) % 2;
     for (Size j = start; j < hw - 3 + 2 * start; j += 2) {
       Size const x = 2 * j + 1;
       float const p = s[y][x], u = s[y - 2][x + 2], v = s[y][x + 4], w = s[y + 2][x + 2];
@@ -539,13 +425,7 @@ void computeRedOrBlueBand(float** o, float** s, Size width, Size height, Size pa
   }
 }
 
-}  // namespace
-
-void RGBX_ComputeBand_R_float(float** out, float** in, Size width, Size height) {
-  computeRedOrBlueBand(out, in, width, height, 1);
-}
-
-void RGBX_ComputeBand_G_float(float** out, float** in, Size width, Size height) {
+void computeGreenBand(float** out, float** in, Size width, Size height) {
   if (height <= 2) return;
   for (Size r = 1; r <= height - 2; ++r) {
     for (Size c = (r + 1) % 2; c < width - 1 - r % 2; c += 2) {
@@ -556,11 +436,7 @@ void RGBX_ComputeBand_G_float(float** out, float** in, Size width, Size height) 
   }
 }
 
-void RGBX_ComputeBand_B_float(float** out, float** in, Size width, Size height) {
-  computeRedOrBlueBand(out, in, width, height, 0);
-}
-
-void RGBX_ComputeBand_X_float(float** out, float** in, Size width, Size height) {
+void computeFourthBand(float** out, float** in, Size width, Size height) {
   Size const hh = height / 2, hw = width / 2;
   if (hh == 1 || hw == 1) return;
   for (Size k = 0; k <= hh - 2; ++k) {
@@ -575,31 +451,36 @@ void RGBX_ComputeBand_X_float(float** out, float** in, Size width, Size height) 
   }
 }
 
-void RGBX_DemosaicFrame_float(float*** out, float** scratch, float** frame, Size width, Size height) {
+void demosaicFrame(float*** out, float** scratch, float** frame, Size width, Size height) {
   Size const cropWidth = width - 6, cropHeight = height - 6;
-  RGBX_ComputeBand_R_float(scratch, frame, width, height);
-  Crop_float(out[0], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  RGBX_ComputeBand_G_float(scratch, frame, width, height);
-  Crop_float(out[1], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  RGBX_ComputeBand_B_float(scratch, frame, width, height);
-  Crop_float(out[2], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  RGBX_ComputeBand_X_float(scratch, frame, width, height);
-  Crop_float(out[3], scratch, width, height, 3, 3, cropWidth, cropHeight);
+  computeRedOrBlueBand<1>(scratch, frame, width, height);
+  crop(out[0], scratch, width, height, 3, 3, cropWidth, cropHeight);
+  computeGreenBand(scratch, frame, width, height);
+  crop(out[1], scratch, width, height, 3, 3, cropWidth, cropHeight);
+  computeRedOrBlueBand<0>(scratch, frame, width, height);
+  crop(out[2], scratch, width, height, 3, 3, cropWidth, cropHeight);
+  computeFourthBand(scratch, frame, width, height);
+  crop(out[3], scratch, width, height, 3, 3, cropWidth, cropHeight);
 }
 
-void RGBX_ComputeNewWLI_float(float*** out, float*** in, Size width, Size height, double const* kernel,
-                              NewWLIBuffers buffers, double kb, double kr, double weight) {
+void computeNewWLI(float*** out, float*** in, Size width, Size height, double const* kernel, NewWLIBuffers buffers,
+                   double kb, double kr, double weight) {
   float** const luma = buffers.yccImage[0];
-  ApplyKernel7x7_float(buffers.xResidual, in[3], width, height, kernel);
-  Subtract_float(buffers.xResidual, in[3], buffers.xResidual, width, height);
-  RGBToYCbCr_float(buffers.yccImage, in, width, height, kb, kr);
-  ApplyKernel7x7_float(buffers.yFiltered, luma, width, height, kernel);
-  Subtract_float(buffers.yResidual, luma, buffers.yFiltered, width, height);
-  Mix_float(luma, buffers.yResidual, buffers.xResidual, width, height, weight);
-  Add_float(luma, luma, buffers.yFiltered, width, height);
-  YCbCrToRGB_float(buffers.yccImage, buffers.yccImage, width, height, kb, kr);
+  applyKernel(buffers.xResidual, in[3], width, height, kernel);
+  subtract(buffers.xResidual, in[3], buffers.xResidual, width, height);
+  rgbToYCbCr(buffers.yccImage, in, width, height, kb, kr);
+  applyKernel(buffers.yFiltered, luma, width, height, kernel);
+  subtract(buffers.yResidual, luma, buffers.yFiltered, width, height);
+  mix(luma, buffers.yResidual, buffers.xResidual, width, height, weight);
+  add(luma, luma, buffers.yFiltered, width, height);
+  ycbcrToRGB(buffers.yccImage, buffers.yccImage, width, height, kb, kr);
   for (int plane = 0; plane < 3; ++plane)
-    Crop_float(out[plane], buffers.yccImage[plane], width, height, 3, 3, width - 6, height - 6);
+    crop(out[plane], buffers.yccImage[plane], width, height, 3, 3, width - 6, height - 6);
 }
+
+}  // namespace
+
+#define KORVA_DEFINE(name, definition) decltype(KORVA_Ref_##name)* const name = definition;
+KORVA_PROCESSING_ROUTINES(KORVA_DEFINE)
 
 }  // namespace korva::plain

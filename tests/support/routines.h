@@ -7,8 +7,8 @@
 
 namespace korva::test::routine {
 
-#define KORVA_ROUTINE(name) \
-  inline constexpr Routine<decltype(KORVA_Ref_##name)> name{"KORVA_Ref_" #name, &KORVA_Ref_##name, &plain::name};
+#define KORVA_ROUTINE(name, definition) \
+  inline Routine<decltype(KORVA_Ref_##name)> const name{"KORVA_Ref_" #name, KORVA_Ref_##name, plain::name};
 KORVA_PROCESSING_ROUTINES(KORVA_ROUTINE)
 #undef KORVA_ROUTINE
 
