@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include <cmath>
 #include <limits>
@@ -183,36 +182,6 @@ TEST(ColourConversion, EveryRoundingShows) {
       c.compare(routine::YCbCrToRGB_float, out, besideMiddle, 997, 1, kb, kr);
     });
   }
-}
-
-TEST(ColourConversion, PlanesThatCollideInTheCache) {
-  // As far apart as the planes of a cube of 8192 x 8192 lie; only their beginnings are ever touched.
-  constexpr std::size_t kDistance = std::size_t{1} << 26, kCount = 300;
-  std::size_t const bytes = (5 * kDistance + kCount) * sizeof(float);
-  void* const memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  ASSERT_NE(memory, MAP_FAILED);
-  std::vector<float> near(6 * kCount);
-  float* rows[2][6];
-  float** images[2][6];
-  for (std::size_t plane = 0; plane < 6; ++plane) {
-    rows[0][plane] = &near[plane * kCount];
-    rows[1][plane] = static_cast<float*>(memory) + plane * kDistance;
-    for (int k = 0; k < 2; ++k) images[k][plane] = &rows[k][plane];
-  }
-  Random random(1);
-  for (std::size_t k = 0; k < 3 * kCount; ++k) {
-    rows[0][k / kCount][k % kCount] = rows[1][k / kCount][k % kCount] = static_cast<float>(random.real(-9.0, 9.0));
-  }
-  for (int kind = 0; kind < 3; ++kind) {
-    for (auto& planes : images) {
-      auto* const convert = kind == 0 ? KORVA_Ref_RGBToYCbCr_float : KORVA_Ref_YCbCrToRGB_float;
-      convert(kind == 2 ? planes : planes + 3, planes, kCount, 1, 0.114, 0.299);
-    }
-    for (std::size_t k = 0; k < 6 * kCount; ++k) {
-      ASSERT_EQ(rows[1][k / kCount][k % kCount], rows[0][k / kCount][k % kCount]) << "plane " << k / kCount;
-    }
-  }
-  munmap(memory, bytes);
 }
 
 TEST(ColourConversion, WorkedColours) {

@@ -59,24 +59,6 @@ TEST(NewWli, EqualsItsStepsForEverySize) {
   }
 }
 
-TEST(NewWli, FourthBandHasNoShareAtWeightOne) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
-    auto in = c.input<float, 3>({20, 15, 4}, kOneBlock, ordinary<float>);
-    auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
-    WorkingBuffers buffers(c, 20, 15);
-    auto before = c.output<float, 3>({14, 9, 3}), after = c.output<float, 3>({14, 9, 3});
-    KORVA_Ref_RGBX_ComputeNewWLI_float(before.actual(), in.actual(), 20, 15, kernel.actual(), buffers.actual(), 0.1,
-                                       0.3, 1.0);
-    for (std::size_t row = 3 * 15; row < 4 * 15; ++row) in.set(row, row % 20, 0.75f);
-    KORVA_Ref_RGBX_ComputeNewWLI_float(after.actual(), in.actual(), 20, 15, kernel.actual(), buffers.actual(), 0.1, 0.3,
-                                       1.0);
-    for (std::size_t row = 0; row < after.rows(); ++row)
-      for (std::size_t column = 0; column < 14; ++column)
-        EXPECT_EQ(after.actualRow(row)[column], before.actualRow(row)[column]);
-  });
-}
-
 TEST(NewWli, KernelMayLieWhereResultsGo) {
   Cases cases;
   cases.run({}, [](Case& c) {

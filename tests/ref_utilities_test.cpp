@@ -83,7 +83,8 @@ TYPED_TEST(Arrays, FreeingSkipsNullLevels) {
   long const before = liveAllocationCount();
   for (bool const hasRows : {false, true}) {
     auto* const cube = static_cast<T***>(std::malloc(sizeof(T**)));
-    cube[0] = hasRows ? static_cast<T**>(std::calloc(1, sizeof(T*))) : nullptr;
+    cube[0] = hasRows ? static_cast<T**>(std::malloc(sizeof(T*))) : nullptr;
+    if (hasRows) cube[0][0] = nullptr;
     TypeParam::free3D(cube);
   }
   EXPECT_EQ(liveAllocationCount(), before);

@@ -12,23 +12,17 @@ import korva_reference as korva
 U2, F4 = np.uint16, np.float32
 WIDE = np.broadcast_to(np.zeros(1, F4), (1, 2**17, 2**16))
 KERNEL = np.ones((7, 7))
-CELL = dict(mosaic_width=2, mosaic_height=2)
 
 
 def crop(image, left, top, width, height):
     return korva.crop_image(image, left=left, top=top, width=width, height=height)
 
 
+# What random bad calls do not reach, or would not tell from another fault.
 @pytest.mark.parametrize("call, error, words", [
     (lambda: crop(np.zeros((4, 5), U2), 3, 0, 3, 1), ValueError, "crop: expected a rectangle inside"),
-    (lambda: crop(np.ma.zeros((4, 5), U2), 0, 0, 1, 1), TypeError, "expected a NumPy array, found Masked"),
     (lambda: crop(np.zeros((4, 5), np.int16), 0, 0, 1, 1), TypeError, "uint16 or float32, found int16 (image.astype("),
     (lambda: korva.median_filter_3x3(np.zeros((4, 5))), TypeError, "found float64 (image.astype(np.float32) converts)"),
-    (lambda: crop([[1, 2]], 0, 0, 1, 1), TypeError, "image: expected a NumPy array, found list"),
-    (lambda: korva.ssm_cube(np.zeros((1, 5), U2), **CELL), ValueError, "frame: expected at least one mosaic cell"),
-    (lambda: korva.sst_band_image(np.zeros((4, 5), U2), tile_width=2, tile_height=2, band=4), ValueError,
-     "band: expected one of 4 tiles"),
-    (lambda: korva.correct_bias(np.zeros((4, 1), U2), np.zeros(4, U2)), ValueError, "bias: expected shape (4, 1)"),
     (lambda: korva.reflectance(np.zeros(4, F4), np.zeros(4), 0.0, 0, 0), ValueError, "divisor: expected a positive"),
     (lambda: korva.reflectance(np.zeros(4, U2), np.zeros(4), 1, 0, 0), TypeError, "full_scale: expected the result"),
     (lambda: korva.apply_spectral_correction(np.zeros(1, F4), [["a"]]), TypeError, "matrix: expected real numbers"),
@@ -37,19 +31,9 @@ def crop(image, left, top, width, height):
     (lambda: korva.bilinear_coefficients(mosaic_height=2**16, mosaic_width=2**16, row_offset=0, column_offset=0),
      ValueError, "mosaic_height * mosaic_width: expected"),
     (lambda: korva.apply_demosaicing_bilinear(np.zeros((2, 2)), np.ones(4), np.nan, 0), ValueError, "row_offset: exp"),
-    (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), **CELL, target_row=2.0, target_column=0), ValueError,
-     "target: expected a row from 0"),
     (lambda: korva.demosaic_cube(np.zeros((4, 2, 2)), 2, 2, 0.5, 0.5), TypeError, "takes 1 positional argument but 5"),
-    (lambda: korva.median_1d(np.zeros(0, F4)), ValueError, "number of values: expected a whole number from 1"),
-    (lambda: korva.median_filter_5x5(np.zeros((9, 3), F4)), ValueError, "image: expected at least 4 rows"),
-    (lambda: korva.apply_kernel_7x7(np.zeros((9, 9), F4), np.ones(48)), ValueError, "kernel: expected 7 x 7 weights"),
     (lambda: korva.rgb_to_ycbcr(np.zeros((9, 9, 3), F4), 0.1, 0.2), ValueError, "image: expected 3 planes, (plane"),
-    (lambda: korva.rgbx_compute_band(np.zeros((9, 10), F4), "R"), ValueError, "(a multiple of 4), found shape"),
-    (lambda: korva.rgbx_compute_band(np.zeros((9, 9), F4), "G"), ValueError, "(an even number), found shape (9, 9)"),
-    (lambda: korva.rgbx_demosaic_frame(np.zeros((5, 8), F4)), ValueError, "frame: expected at least 6 rows"),
-    (lambda: korva.StitchingBuffer(4, 1, 3, 2), ValueError, "last_band: expected a whole number from 3"),
     (lambda: korva.StitchingBuffer(2**40, 2**40, 0, 2**40), MemoryError, "stitching buffer: needs"),
-    (lambda: korva.NewWLIBuffers(9, 8).compute(np.zeros((4, 9, 8), F4), KERNEL, 0, 0, 1), ValueError, "bands: exp"),
     (lambda: korva.NewWLIBuffers(2**33, 2**33), MemoryError, "new-WLI buffers: needs"),
 ])
 def test_limit(call, error, words):
@@ -58,15 +42,12 @@ def test_limit(call, error, words):
     assert words in str(caught.value)
 
 
-def test_output_must_be_of_the_results_type_and_shape_and_apart_from_the_inputs():
+def test_output_must_be_apart_from_the_inputs():
     memory = np.zeros((12, 8), F4)
     image = memory[:8]
     for out, words in (
         (memory[1:9], "out: expected memory apart from the other arrays, found an overlap"),
-        (np.zeros((8, 9), F4), "out: expected shape (8, 8), found (8, 9)"),
         (np.zeros((8, 8), U2), "out: expected samples of float32, found uint16"),
-        (np.zeros((8, 8), ">f4"), "out: expected samples in this machine's byte order"),
-        (np.zeros((8, 16), F4)[:, ::2], "out: expected contiguous rows, found strides"),
         (np.lib.stride_tricks.as_strided(np.zeros(16, F4), (8, 8), (4, 4)), "out: expected contiguous rows"),
         (np.broadcast_to(np.zeros(8, F4), (8, 8)), "out: expected a writeable array, found a read-only one"),
     ):
@@ -75,9 +56,6 @@ def test_output_must_be_of_the_results_type_and_shape_and_apart_from_the_inputs(
         assert words in str(caught.value)
     with pytest.raises(ValueError, match="out: expected an input array itself or memory apart from it"):
         korva.subtract(image, image, out=memory[1:9])
-    planes = np.zeros((3, 4, 4), F4)
-    with pytest.raises(ValueError, match="out: expected memory apart from the other arrays"):
-        korva.rgb_to_ycbcr(planes, 0.1, 0.2, out=planes)
     # Rows that interleave without touching are apart, although one lies within the bounds of the other.
     korva.median_filter_3x3(memory[::2], out=memory[1::2])
 
@@ -104,18 +82,8 @@ def test_ring_limits():
         ring.stitch_band_image_strip(np.full((2, 4), 7, U2), 2, 2**64 - 1, buffer_band=0)
         # Slot (2**64 - 1 + 1 - 2 + 3) mod 3, where the sum wraps to 1.
         assert (ring.to_array()[0, 2:4] == 7).all() and ring.to_array().sum() == 7 * 8
-        for use, words in (
-            (lambda: ring.stitch_band_image(np.zeros((8, 4), U2), 0), "a ring of 3 planes, found 2"),
-            (lambda: ring.stitch_band_image(np.zeros((7, 4), U2), 0), "4 columns and at least 8 rows"),
-            (lambda: ring.stitch_band_image_strip(np.zeros((2, 4), U2), 4, 0), "band: expected a whole"),
-            (lambda: ring.stitch_band_image_strip(np.zeros((2, 4), U2), 3, 0), "buffer_band: expected a whole"),
-            (lambda: ring.get_stitched_slice(1, np.zeros((2, 4, 4), U2)), "frame_index: expected a whole"),
-            (lambda: ring.get_stitched_slice(2, np.zeros((3, 4, 4), U2)), "out: expected at most 2 bands"),
-            (lambda: ring.get_stitched_slice(2, np.zeros((2, 1, 4), U2)), "at least 2 rows"),
-        ):
-            with pytest.raises(ValueError) as caught:
-                use()
-            assert words in str(caught.value)
+        with pytest.raises(ValueError, match="a ring of 3 planes, found 2"):
+            ring.stitch_band_image(np.zeros((8, 4), U2), 0)
 
 
 def test_threads_share_buffers_and_release_takes_none_from_under_a_call():

@@ -99,20 +99,10 @@ std::span<std::size_t const> requestedSizes() { return {allocations.sizes, alloc
 #if KORVA_ALLOCATIONS_ARE_COUNTED
 extern "C" {
 void* __libc_malloc(std::size_t);
-void* __libc_calloc(std::size_t, std::size_t);
-void* __libc_realloc(void*, std::size_t);
 void __libc_free(void*);
 
 void* malloc(std::size_t size) {
   return korva::test::isAllowed(size) ? korva::test::counted(__libc_malloc(size)) : nullptr;
-}
-void* calloc(std::size_t count, std::size_t size) {
-  return korva::test::isAllowed(count * size) ? korva::test::counted(__libc_calloc(count, size)) : nullptr;
-}
-void* realloc(void* block, std::size_t size) {
-  if (!korva::test::isAllowed(size)) return nullptr;
-  void* const moved = __libc_realloc(block, size);
-  return block == nullptr ? korva::test::counted(moved) : moved;
 }
 void free(void* block) {
   if (block != nullptr) --korva::test::allocations.live;
@@ -124,9 +114,6 @@ void free(void* block) {
 #if !KORVA_ALLOCATIONS_ARE_COUNTED
 // Sizes that cannot be had are among the tests, so the sanitizers' allocators answer with null as the C library does.
 extern "C" {
-char const* __asan_default_options();
-char const* __tsan_default_options();
-char const* __msan_default_options();
 char const* __asan_default_options() { return "allocator_may_return_null=1"; }
 char const* __tsan_default_options() { return "allocator_may_return_null=1"; }
 char const* __msan_default_options() { return "allocator_may_return_null=1"; }
