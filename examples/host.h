@@ -56,36 +56,28 @@ inline int run(CLI::App& app, int argc, char** argv, std::function<void()> const
   return 0;
 }
 
-// Progress of work that takes longer than a second: in place on a terminal, otherwise a plain line now and then.
+// Progress of work that takes longer than a second, told once a second.
 class Progress {
  public:
-  Progress(std::string task, unsigned long steps) : task_(std::move(task)), steps_(steps) {}
-  ~Progress() {
-    if (terminal_ && shown_) std::printf("\r\033[K");
-  }
-  Progress(Progress const&) = delete;
-  Progress& operator=(Progress const&) = delete;
+  Progress(char const* task, unsigned long steps) : task_(task), steps_(steps) {}
 
   // One more step is done. Throws when the user asked to stop.
   void advance() {
     stopIfInterrupted();
     ++done_;
     auto const now = Clock::now();
-    if (now - lastShown_ < std::chrono::milliseconds(terminal_ && shown_ ? 100 : 1000)) return;
-    lastShown_ = now;
-    shown_ = true;
-    std::printf(terminal_ ? "\r\033[K%s %lu %%" : "%s %lu %%\n", task_.c_str(), 100 * done_ / steps_);
+    if (now - told_ < std::chrono::seconds(1)) return;
+    told_ = now;
+    std::printf("%s %lu %%\n", task_, 100 * done_ / steps_);
     std::fflush(stdout);
   }
 
  private:
   using Clock = std::chrono::steady_clock;
-  std::string task_;
+  char const* task_;
   unsigned long steps_;
   unsigned long done_ = 0;
-  bool terminal_ = isatty(STDOUT_FILENO) != 0;
-  bool shown_ = false;
-  Clock::time_point lastShown_ = Clock::now();
+  Clock::time_point told_ = Clock::now();
 };
 
 // Correction matrix and wavelengths of its output bands.
