@@ -14,7 +14,7 @@ TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
   Cases cases;
   for (unsigned mosaicWidth = 1; mosaicWidth <= 9; ++mosaicWidth) {
     for (unsigned const band : {0u, 1u, 4u, 15u, 80u, 81u, 0xffffffffu}) {
-      cases.run({{"mosaicWidth", mosaicWidth}, {"band", band}}, [&](Case& c) {
+      cases.run([&](Case& c) {
         auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
         c.compare(routine::DM_ComputeFilterPosition, row, column, mosaicWidth, band);
         // The row is stored first, so one variable for both ends up with the column.
@@ -25,18 +25,15 @@ TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
 }
 
 TEST(MosaicGeometry, OffsetIsTheTargetMinusTheFilter) {
-  Cases cases;
-  for (int repetition = 0; repetition < 200; ++repetition) {
-    cases.run({}, [](Case& c) {
-      auto rowOffset = c.output<double, 1>({1}), columnOffset = c.output<double, 1>({1});
-      auto const target = c.input<double, 1>({2});
-      auto const filterRow = static_cast<unsigned>(c.random.oneIn(5) ? c.random.bits() : c.random.below(6));
-      auto const filterColumn = static_cast<unsigned>(c.random.below(6));
-      c.isMoved = Case::nowhere;
-      c.compare(routine::DM_ComputeTargetPositionRelativeToFilterPosition, rowOffset, columnOffset, filterRow,
-                filterColumn, target.actualRow(0)[0], target.actualRow(0)[1]);
-    });
-  }
+  forCases(200, [](Case& c) {
+    auto rowOffset = c.output<double, 1>({1}), columnOffset = c.output<double, 1>({1});
+    auto const target = c.input<double, 1>({2});
+    auto const filterRow = static_cast<unsigned>(c.random.oneIn(5) ? c.random.bits() : c.random.below(6));
+    auto const filterColumn = static_cast<unsigned>(c.random.below(6));
+    c.isMoved = Case::nowhere;
+    c.compare(routine::DM_ComputeTargetPositionRelativeToFilterPosition, rowOffset, columnOffset, filterRow,
+              filterColumn, target.actualRow(0)[0], target.actualRow(0)[1]);
+  });
 }
 
 TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
@@ -44,7 +41,7 @@ TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
   for (unsigned cellHeight = 1; cellHeight <= 9; ++cellHeight) {
     for (unsigned cellWidth = 1; cellWidth <= 9; ++cellWidth) {
       for (int step = -18; step <= 18; ++step) {
-        cases.run({{"mosaicHeight", cellHeight}, {"mosaicWidth", cellWidth}}, [&](Case& c) {
+        cases.run([&](Case& c) {
           auto weights = c.output<double, 1>({4});
           double const third = c.random.real(-1.0, 1.0) * cellWidth;
           c.isMoved = Case::nowhere;
@@ -95,31 +92,19 @@ void bilinearWeights(std::span<double> samples, Random& random) {
   }
 }
 
-template <class T, class Weights>
-void checkImage(Routine<void(T*, T const*, unsigned, unsigned, double const*, double, double)> routine, Case& c,
-                std::size_t height, std::size_t width, bool up, bool left, Weights fillWeights) {
-  auto const in = c.input<T, 1>({height * width});
-  auto const weights = c.input<double, 1>({4}, kOneBlock, fillWeights);
-  auto out = c.output<T, 1>({height * width});
-  std::size_t const corner = (up ? 0 : height - 1) * width + (left ? 0 : width - 1);
-  c.isMoved = [=](std::size_t, std::size_t, std::size_t sample) { return sample == corner; };
-  c.compare(routine, out, in, static_cast<unsigned>(height), static_cast<unsigned>(width), weights,
-            up                  ? -0.5
-            : c.random.oneIn(2) ? -0.0
-                                : 0.5,
-            left                ? -1e-300
-            : c.random.oneIn(2) ? -0.0
-                                : 3.0);
-}
-
 template <class T>
 void checkAllSizes(Routine<void(T*, T const*, unsigned, unsigned, double const*, double, double)> routine) {
-  Cases cases;
-  for (auto const& [width, height] : imageSizes(1, 1))
-    for (int signs = 0; signs < 4; ++signs)
-      cases.run({{"height", height}, {"width", width}}, [&, width = width, height = height](Case& c) {
-        checkImage(routine, c, height, width, (signs & 1) != 0, (signs & 2) != 0, bilinearWeights);
-      });
+  forEach(imageSizes(1, 1), 6, [&](Case& c, ImageSize size) {
+    auto const in = c.input<T, 1>({size.height * size.width});
+    auto const weights = c.input<double, 1>({4}, kOneBlock, bilinearWeights);
+    auto out = c.output<T, 1>({size.height * size.width});
+    double const rowOffset = c.random.oneOf(std::to_array({-0.5, -0.5, -0.0, 0.5}));
+    double const columnOffset = c.random.oneOf(std::to_array({-1e-300, -1e-300, -0.0, 3.0}));
+    std::size_t const row = rowOffset < 0.0 ? 0 : size.height - 1, column = columnOffset < 0.0 ? 0 : size.width - 1;
+    c.isMoved = [=](std::size_t, std::size_t, std::size_t sample) { return sample == row * size.width + column; };
+    c.compare(routine, out, in, static_cast<unsigned>(size.height), static_cast<unsigned>(size.width), weights,
+              rowOffset, columnOffset);
+  });
 }
 
 TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_dbl); }

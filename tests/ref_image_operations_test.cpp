@@ -15,7 +15,7 @@ template <class Body>
 void forRuns(Body&& body) {
   Cases cases;
   auto const run = [&](std::size_t width, std::size_t height) {
-    cases.run({{"width", width}, {"height", height}}, [&](Case& c) {
+    cases.run([&](Case& c) {
       c.isMoved = Case::nowhere;
       body(c, Shape{std::max<std::size_t>(width, 1), std::max<std::size_t>(height, 1)}, width, height);
     });
@@ -75,16 +75,13 @@ void kernels(std::span<double> kernel, Random& random) {
 }
 
 TEST(Kernel7x7, ImagesOfAllSizes) {
-  Cases cases;
-  for (auto const& [width, height] : imageSizes(1, 1)) {
-    cases.run({{"width", width}, {"height", height}}, [width = width, height = height](Case& c) {
-      c.isMoved = Case::nowhere;
-      auto const in = c.input<float, 2>({width, height}, kSeparateRows);
-      auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
-      auto out = c.output<float, 2>({width, height}, kSeparateRows);
-      c.compare(routine::ApplyKernel7x7_float, out, in, width, height, kernel);
-    });
-  }
+  forEach(imageSizes(1, 1), 1, [](Case& c, ImageSize size) {
+    c.isMoved = Case::nowhere;
+    auto const in = c.input<float, 2>({size.width, size.height}, kSeparateRows);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, kernels);
+    auto out = c.output<float, 2>({size.width, size.height}, kSeparateRows);
+    c.compare(routine::ApplyKernel7x7_float, out, in, size.width, size.height, kernel);
+  });
 }
 
 TEST(Kernel7x7, WeightsAreReadBeforeTheOutputThatTheyLieInIsWritten) {
@@ -93,25 +90,21 @@ TEST(Kernel7x7, WeightsAreReadBeforeTheOutputThatTheyLieInIsWritten) {
     double const* actual() const { return inOutput; }
     double const* expected() const { return apart; }
   };
-  Cases cases;
-  for (std::size_t const width : Sizes{70, 700}) {
-    cases.run({{"width", width}}, [=](Case& c) {
-      auto const in = c.input<float, 2>({width, 12}, kSeparateRows, ordinary<float>);
-      auto const kernel = c.input<double, 1>({49}, kOneBlock, ordinary<double>);
-      auto out = c.inOut<float, 2>({width, 12}, kOneBlock, ordinary<float>);
-      // The first double of the first row that is written.
-      std::size_t const start = 3 * width + reinterpret_cast<std::uintptr_t>(out.actual()[3]) % sizeof(double) / 4;
-      for (float* const samples : {out.actual()[0], out.expected()[0]})
-        std::memcpy(samples + start, kernel.actual(), 49 * sizeof(double));
-      Weights const weights = {reinterpret_cast<double const*>(out.actual()[0] + start), kernel.actual()};
-      c.compare(routine::ApplyKernel7x7_float, out, in, width, 12ul, weights);
-    });
-  }
+  forEach(Sizes{70, 700}, 1, [](Case& c, std::size_t width) {
+    auto const in = c.input<float, 2>({width, 12}, kSeparateRows, ordinary<float>);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, ordinary<double>);
+    auto out = c.inOut<float, 2>({width, 12}, kOneBlock, ordinary<float>);
+    // The first double of the first row that is written.
+    std::size_t const start = 3 * width + reinterpret_cast<std::uintptr_t>(out.actual()[3]) % sizeof(double) / 4;
+    for (float* const samples : {out.actual()[0], out.expected()[0]})
+      std::memcpy(samples + start, kernel.actual(), 49 * sizeof(double));
+    Weights const weights = {reinterpret_cast<double const*>(out.actual()[0] + start), kernel.actual()};
+    c.compare(routine::ApplyKernel7x7_float, out, in, width, 12ul, weights);
+  });
 }
 
 TEST(Kernel7x7, KernelIsNotFlipped) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
+  forCases(1, [](Case& c) {
     auto const in = c.input<float, 2>({40, 9}, kSeparateRows, ordinary<float>);
     double const kernel[49] = {1.0};
     auto out = c.output<float, 2>({40, 9}, kSeparateRows);
@@ -146,42 +139,39 @@ TEST(ColourConversion, ThereAndBackInPlace) {
 }
 
 TEST(ColourConversion, EveryRoundingShows) {
-  Cases cases;
-  for (int repetition = 0; repetition < 40; ++repetition) {
-    cases.run({}, [](Case& c) {
-      double const kb = c.random.real(0.05, 0.4), kr = c.random.real(0.05, 0.4);
-      auto const first = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
-      auto const second = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
-      float const* const u = first.actualRow(0);
-      float const* const v = second.actualRow(0);
-      // Green cancels the shares of red and blue in the luma, or the luma cancels one of the differences.
-      auto const shares = [=](std::size_t k) { return u[k] * kr + v[k] * kb; };
-      auto const difference = [=](std::size_t k) { return (k % 2 == 0 ? 2.0 - 2.0 * kr : 2.0 - 2.0 * kb) * u[k]; };
-      auto const planes = [&](auto fill, int plane) {
-        return [=](std::span<float> all, Random& random) {
-          std::copy_n(u, 997, all.begin());
-          std::copy_n(u, 997, all.begin() + 997);
-          std::copy_n(plane == 1 ? v : u, 997, all.begin() + 2 * 997);
-          fill(all.subspan(static_cast<std::size_t>(plane) * 997, 997), random);
-        };
+  forCases(40, [](Case& c) {
+    double const kb = c.random.real(0.05, 0.4), kr = c.random.real(0.05, 0.4);
+    auto const first = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
+    auto const second = c.input<float, 1>({997}, kOneBlock, ordinary<float>);
+    float const* const u = first.actualRow(0);
+    float const* const v = second.actualRow(0);
+    // Green cancels the shares of red and blue in the luma, or the luma cancels one of the differences.
+    auto const shares = [=](std::size_t k) { return u[k] * kr + v[k] * kb; };
+    auto const difference = [=](std::size_t k) { return (k % 2 == 0 ? 2.0 - 2.0 * kr : 2.0 - 2.0 * kb) * u[k]; };
+    auto const planes = [&](auto fill, int plane) {
+      return [=](std::span<float> all, Random& random) {
+        std::copy_n(u, 997, all.begin());
+        std::copy_n(u, 997, all.begin() + 997);
+        std::copy_n(plane == 1 ? v : u, 997, all.begin() + 2 * 997);
+        fill(all.subspan(static_cast<std::size_t>(plane) * 997, 997), random);
       };
-      auto out = c.output<float, 3>({997, 1, 3});
-      auto const rgb = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0 - kb - kr, shares), 1));
-      c.compare(routine::RGBToYCbCr_float, out, rgb, 997, 1, kb, kr);
-      auto const ycc = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0, difference), 0));
-      c.compare(routine::YCbCrToRGB_float, out, ycc, 997, 1, kb, kr);
-      // Small differences that put green next to the middle between two floats.
-      auto const besideMiddle = c.input<float, 3>({997, 1, 3}, 1, [=](std::span<float> all, Random&) {
-        std::fill(all.begin(), all.end(), 0.0f);
-        for (std::size_t k = 0; k < 997; ++k) {
-          all[k] = u[k];
-          double const half = (std::nextafter(u[k], 1e9f) - static_cast<double>(u[k])) * 0.5;
-          all[997 + k] = static_cast<float>(half * (1.0 - kr - kb) / (kb * (2.0 - 2.0 * kb)));
-        }
-      });
-      c.compare(routine::YCbCrToRGB_float, out, besideMiddle, 997, 1, kb, kr);
+    };
+    auto out = c.output<float, 3>({997, 1, 3});
+    auto const rgb = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0 - kb - kr, shares), 1));
+    c.compare(routine::RGBToYCbCr_float, out, rgb, 997, 1, kb, kr);
+    auto const ycc = c.input<float, 3>({997, 1, 3}, 1, planes(cancelling(1.0, difference), 0));
+    c.compare(routine::YCbCrToRGB_float, out, ycc, 997, 1, kb, kr);
+    // Small differences that put green next to the middle between two floats.
+    auto const besideMiddle = c.input<float, 3>({997, 1, 3}, 1, [=](std::span<float> all, Random&) {
+      std::fill(all.begin(), all.end(), 0.0f);
+      for (std::size_t k = 0; k < 997; ++k) {
+        all[k] = u[k];
+        double const half = (std::nextafter(u[k], 1e9f) - static_cast<double>(u[k])) * 0.5;
+        all[997 + k] = static_cast<float>(half * (1.0 - kr - kb) / (kb * (2.0 - 2.0 * kb)));
+      }
     });
-  }
+    c.compare(routine::YCbCrToRGB_float, out, besideMiddle, 997, 1, kb, kr);
+  });
 }
 
 TEST(ColourConversion, WorkedColours) {

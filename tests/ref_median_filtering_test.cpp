@@ -22,15 +22,12 @@ void checkNetwork(Routine<T(T*)> routine, std::size_t size) {
   auto const zerosAndOnes = [](std::span<T> all, Random& random) {
     for (T& sample : all) sample = static_cast<T>(random.below(2));
   };
-  Cases cases;
-  for (int repetition = 0; repetition < 3000; ++repetition) {
-    cases.run({}, [&](Case& c) {
-      auto values = repetition % 3 == 0   ? c.inOut<T, 1>({size}, kOneBlock, shuffled)
-                    : repetition % 3 == 1 ? c.inOut<T, 1>({size}, kOneBlock, zerosAndOnes)
-                                          : c.inOut<T, 1>({size});
-      c.compare(routine, values);
-    });
-  }
+  forCases(3000, [&](Case& c) {
+    auto values = c.random.oneIn(3)   ? c.inOut<T, 1>({size}, kOneBlock, shuffled)
+                  : c.random.oneIn(2) ? c.inOut<T, 1>({size}, kOneBlock, zerosAndOnes)
+                                      : c.inOut<T, 1>({size});
+    c.compare(routine, values);
+  });
 }
 
 TEST(MedianNetworks, NineCounts) { checkNetwork(routine::MF_Median1D_9_uint16, 9); }
@@ -64,42 +61,30 @@ struct Rearranged {
 
 template <class T>
 void checkGeneral(Routine<T(T*, unsigned long)> routine) {
-  std::vector<std::size_t> counts(70);
-  std::iota(counts.begin(), counts.end(), std::size_t{1});
-  counts.insert(counts.end(), {255, 256, 257, 1000, 1001, 5000});
-  Cases cases;
-  for (std::size_t const count : counts) {
-    for (int repetition = 0; repetition < 12; ++repetition) {
-      cases.run({{"count", count}}, [&](Case& c) {
-        auto const withoutNans = [](std::span<T> all, Random& random) {
-          anything(all, random);
-          std::replace_if(
-              all.begin(), all.end(), [](T sample) { return sample != sample; }, T{5});
-        };
-        auto values = c.inOut<T, 1>({count}, kOneBlock, withoutNans);
-        Rearranged<T> rearranged{values, true};
-        c.isMoved = Case::nowhere;  // two infinities average to a NaN
-        c.compare(routine, rearranged, count);
-      });
-    }
-  }
+  forEach(everyRunLength(), 12, [&](Case& c, std::size_t count) {
+    if (count == 0) return;
+    auto const withoutNans = [](std::span<T> all, Random& random) {
+      anything(all, random);
+      std::replace_if(
+          all.begin(), all.end(), [](T sample) { return sample != sample; }, T{5});
+    };
+    auto values = c.inOut<T, 1>({count}, kOneBlock, withoutNans);
+    Rearranged<T> rearranged{values, true};
+    c.isMoved = Case::nowhere;  // two infinities average to a NaN
+    c.compare(routine, rearranged, count);
+  });
 }
 
 TEST(GeneralMedian, Counts) { checkGeneral(routine::MF_Median1D_uint16); }
 TEST(GeneralMedian, Floats) { checkGeneral(routine::MF_Median1D_float); }
 
 TEST(GeneralMedian, KeepsItsSamplesAmongNans) {
-  Cases cases;
-  for (std::size_t count = 1; count <= 70; ++count) {
-    for (int repetition = 0; repetition < 8; ++repetition) {
-      cases.run({{"count", count}}, [&](Case& c) {
-        auto values = c.inOut<float, 1>({count}, kOneBlock, zerosAndNans);
-        Rearranged<float> rearranged{values, false};
-        KORVA_Ref_MF_Median1D_float(rearranged.actual(), count);
-        rearranged.checkWith(c, 1);
-      });
-    }
-  }
+  forEach(everyWidth(1), 8, [](Case& c, std::size_t count) {
+    auto values = c.inOut<float, 1>({count}, kOneBlock, zerosAndNans);
+    Rearranged<float> rearranged{values, false};
+    KORVA_Ref_MF_Median1D_float(rearranged.actual(), count);
+    rearranged.checkWith(c, 1);
+  });
 }
 
 TEST(GeneralMedian, WorkedValues) {
@@ -157,14 +142,10 @@ using SampleTypes = testing::Types<float, Short>;
 TYPED_TEST_SUITE(MedianFilter, SampleTypes);
 
 TYPED_TEST(MedianFilter, ImagesOfAllSizes) {
-  Cases cases;
-  for (auto const& filter : Filters<TypeParam>::kAll) {
-    for (auto const& [width, height] : imageSizes(2 * filter.radius, 2 * filter.radius))
-      for (int repetition = 0; repetition < (width <= 70 ? 2 : 1); ++repetition)
-        cases.run({{"height", height}, {"width", width}}, [&, width = width, height = height](Case& c) {
-          checkImage(filter, c, height, width, anything<TypeParam>);
-        });
-  }
+  for (auto const& filter : Filters<TypeParam>::kAll)
+    forEach(imageSizes(2 * filter.radius, 2 * filter.radius), 2, [&](Case& c, ImageSize size) {
+      checkImage(filter, c, size.height, size.width, anything<TypeParam>);
+    });
 }
 
 // A single special sample wanders along every column of each of the rows, so that it meets every window position and
@@ -179,7 +160,7 @@ TEST(FloatMedianFilter, SingleNanOrNegativeZeroAtEveryColumn) {
   Cases cases;
   for (auto const& filter : Filters<float>::kAll) {
     auto const run = [&](std::size_t height, std::size_t width, std::size_t row, std::size_t column) {
-      cases.run({{"height", height}, {"width", width}, {"row", row}, {"column", column}}, [&](Case& c) {
+      cases.run([&](Case& c) {
         bool const nan = c.random.oneIn(2);
         checkImage(filter, c, height, width, [&](std::span<float> all, Random& random) {
           nan ? positive(all, random) : zeros(all, random);

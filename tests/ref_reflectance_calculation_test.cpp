@@ -22,21 +22,16 @@ Routine<Function> orOverload(Routine<Function> routine, Function* overload, Rand
 
 template <class T>
 void checkBias(Routine<void(T*, T const*, T const*, unsigned long)> routine) {
-  Cases cases;
-  for (std::size_t const count : everyRunLength()) {
-    for (int repetition = 0; repetition < 3; ++repetition) {
-      cases.run({{"count", count}}, [&](Case& c) {
-        c.isMoved = Case::nowhere;
-        auto const any = orOverload(routine, KORVA_Ref_RC_CorrectBias, c.random);
-        auto const in = c.input<T, 1>({count}), bias = c.input<T, 1>({count});
-        auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count}), overBias = c.inOut<T, 1>({count});
-        c.compare(any, out, in, bias, count);
-        c.compare(any, overIn, overIn, bias, count);
-        c.compare(any, overBias, in, overBias, count);
-        c.compare(any, overIn, overIn, overIn, count);
-      });
-    }
-  }
+  forEach(everyRunLength(), 3, [&](Case& c, std::size_t count) {
+    c.isMoved = Case::nowhere;
+    auto const any = orOverload(routine, KORVA_Ref_RC_CorrectBias, c.random);
+    auto const in = c.input<T, 1>({count}), bias = c.input<T, 1>({count});
+    auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count}), overBias = c.inOut<T, 1>({count});
+    c.compare(any, out, in, bias, count);
+    c.compare(any, overIn, overIn, bias, count);
+    c.compare(any, overBias, in, overBias, count);
+    c.compare(any, overIn, overIn, overIn, count);
+  });
 }
 
 TEST(Reflectance, BiasIsSubtractedInFloat) { checkBias(routine::RC_CorrectBias_float); }
@@ -58,18 +53,13 @@ T valueFrom(Samples<T, 1> const& samples, Random& random) {
 
 template <class T>
 void checkCoefficients(Routine<void(double*, T const*, unsigned long, double, double, T)> routine) {
-  Cases cases;
-  for (std::size_t const count : everyRunLength()) {
-    for (int repetition = 0; repetition < 3; ++repetition) {
-      cases.run({{"count", count}}, [&](Case& c) {
-        c.isMoved = Case::nowhere;
-        auto const any = orOverload(routine, KORVA_Ref_RC_ComputeCorrectionCoefficients, c.random);
-        auto const white = c.input<T, 1>({count});
-        auto out = c.output<double, 1>({count});
-        c.compare(any, out, white, count, someFactor(c.random), someFactor(c.random), valueFrom(white, c.random));
-      });
-    }
-  }
+  forEach(everyRunLength(), 3, [&](Case& c, std::size_t count) {
+    c.isMoved = Case::nowhere;
+    auto const any = orOverload(routine, KORVA_Ref_RC_ComputeCorrectionCoefficients, c.random);
+    auto const white = c.input<T, 1>({count});
+    auto out = c.output<double, 1>({count});
+    c.compare(any, out, white, count, someFactor(c.random), someFactor(c.random), valueFrom(white, c.random));
+  });
 }
 
 TEST(Reflectance, CoefficientsFromFloatWhite) { checkCoefficients(routine::RC_ComputeCorrectionCoefficients_float); }
@@ -93,25 +83,20 @@ double someDivisor(Random& random) {
 // Only the form for counts takes the value that stands for reflectance 1.
 template <class T, class... FullScale, class Function>
 void checkReflectance(Routine<Function> routine) {
-  Cases cases;
-  for (std::size_t const count : everyRunLength()) {
-    for (int repetition = 0; repetition < 6; ++repetition) {
-      cases.run({{"count", count}}, [&](Case& c) {
-        c.isMoved = Case::nowhere;
-        auto const any = orOverload(routine, KORVA_Ref_RC_ComputeReflectance, c.random);
-        auto const in = c.input<T, 1>({count});
-        auto const coefficient = c.input<double, 1>({count}, kOneBlock, coefficients);
-        auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count});
-        double const divisor = someDivisor(c.random);
-        T const flag = valueFrom(in, c.random);
-        T const limit = c.random.oneIn(2) ? static_cast<T>(65535) : valueFrom(in, c.random);
-        constexpr Short kFullScales[] = {10000, 65535, 1, 10, 0, 4095};
-        [[maybe_unused]] Short const fullScale = c.random.oneOf(kFullScales);
-        c.compare(any, out, in, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag, limit);
-        c.compare(any, overIn, overIn, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag, limit);
-      });
-    }
-  }
+  forEach(everyRunLength(), 6, [&](Case& c, std::size_t count) {
+    c.isMoved = Case::nowhere;
+    auto const any = orOverload(routine, KORVA_Ref_RC_ComputeReflectance, c.random);
+    auto const in = c.input<T, 1>({count});
+    auto const coefficient = c.input<double, 1>({count}, kOneBlock, coefficients);
+    auto out = c.output<T, 1>({count}), overIn = c.inOut<T, 1>({count});
+    double const divisor = someDivisor(c.random);
+    T const flag = valueFrom(in, c.random);
+    T const limit = c.random.oneIn(2) ? static_cast<T>(65535) : valueFrom(in, c.random);
+    constexpr Short kFullScales[] = {10000, 65535, 1, 10, 0, 4095};
+    [[maybe_unused]] Short const fullScale = c.random.oneOf(kFullScales);
+    c.compare(any, out, in, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag, limit);
+    c.compare(any, overIn, overIn, coefficient, count, divisor, static_cast<FullScale>(fullScale)..., flag, limit);
+  });
 }
 
 TEST(Reflectance, FloatFollowsTheRulesInOrder) { checkReflectance<float>(routine::RC_ComputeReflectance_float); }
@@ -122,20 +107,17 @@ TEST(Reflectance, CountsFollowTheRulesInOrder) {
 // r = 1 * coefficient * 1, so each coefficient is a reflectance at an edge of the conversion. Above 1 it is limited,
 // below 0 it wraps as the conversion says.
 TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
-  Cases cases;
-  for (unsigned const fullScale : {1u, 2u, 5u, 10u, 10000u, 65535u}) {
-    cases.run({{"fullScale", fullScale}}, [&](Case& c) {
-      std::vector<double> edges;
-      for (double const edge : conversionEdges()) edges.insert(edges.end(), {edge, edge / fullScale});
-      auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
-      auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
-      auto const coefficient = c.input<double, 1>({edges.size()}, kOneBlock, fill);
-      auto const in = c.input<Short, 1>({edges.size()}, kOneBlock, ones);
-      auto out = c.output<Short, 1>({edges.size()});
-      c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, edges.size(), 1.0,
-                static_cast<Short>(fullScale), Short{65535}, Short{65535});
-    });
-  }
+  forEach(Sizes{1, 2, 5, 10, 10000, 65535}, 1, [](Case& c, std::size_t fullScale) {
+    std::vector<double> edges;
+    for (double const edge : conversionEdges()) edges.insert(edges.end(), {edge, edge / static_cast<double>(fullScale)});
+    auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
+    auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
+    auto const coefficient = c.input<double, 1>({edges.size()}, kOneBlock, fill);
+    auto const in = c.input<Short, 1>({edges.size()}, kOneBlock, ones);
+    auto out = c.output<Short, 1>({edges.size()});
+    c.compare(routine::RC_ComputeReflectance_uint16, out, in, coefficient, edges.size(), 1.0,
+              static_cast<Short>(fullScale), Short{65535}, Short{65535});
+  });
 }
 
 TEST(Reflectance, WorkedValues) {

@@ -17,17 +17,14 @@ char filterAt(std::size_t row, std::size_t column) {
 }
 
 void checkBand(Band band, char filter, std::size_t leastWidth, std::size_t step, std::size_t leastHeight) {
-  Cases cases;
-  for (auto const& [width, height] : imageSizes(leastWidth, leastHeight, step)) {
-    cases.run({{"width", width}, {"height", height}}, [=, width = width, height = height](Case& c) {
-      c.isMoved = [=](std::size_t, std::size_t row, std::size_t column) { return filterAt(row, column) == filter; };
-      auto const in = c.input<float, 2>({width, height}, kSeparateRows);
-      auto out = c.output<float, 2>({width, height}, kSeparateRows);
-      c.compare(band, out, in, width, height);
-      auto inPlace = c.inOut<float, 2>({width, height}, kSeparateRows);
-      c.compare(band, inPlace, inPlace, width, height);
-    });
-  }
+  forEach(imageSizes(leastWidth, leastHeight, step), 1, [&](Case& c, ImageSize size) {
+    c.isMoved = [=](std::size_t, std::size_t row, std::size_t column) { return filterAt(row, column) == filter; };
+    auto const in = c.input<float, 2>({size.width, size.height}, kSeparateRows);
+    auto out = c.output<float, 2>({size.width, size.height}, kSeparateRows);
+    c.compare(band, out, in, size.width, size.height);
+    auto inPlace = c.inOut<float, 2>({size.width, size.height}, kSeparateRows);
+    c.compare(band, inPlace, inPlace, size.width, size.height);
+  });
 }
 
 TEST(RgbxBands, Red) { checkBand(routine::RGBX_ComputeBand_R_float, 'R', 8, 4, 2); }
@@ -40,8 +37,7 @@ TEST(RgbxBands, SpreadOfOnePixel) {
   constexpr float kSpread[7][7] = {{0, 0, 0, 1, 0, 0, 0}, {0, 0, 1, 2, 1, 0, 0}, {0, 1, 4, 5, 4, 1, 0},
                                    {1, 2, 5, 8, 5, 2, 1}, {0, 1, 4, 5, 4, 1, 0}, {0, 0, 1, 2, 1, 0, 0},
                                    {0, 0, 0, 1, 0, 0, 0}};
-  Cases cases;
-  cases.run({}, [&](Case& c) {
+  forCases(1, [&](Case& c) {
     auto const dark = [](std::span<float> all, Random&) { std::fill(all.begin(), all.end(), 0.0f); };
     auto frame = c.input<float, 2>({16, 16}, kSeparateRows, dark);
     ASSERT_EQ(filterAt(7, 5), 'R');
@@ -61,21 +57,17 @@ TEST(RgbxBands, SpreadOfOnePixel) {
 
 // The scratch image is compared as well: where no band writes, it keeps what it held.
 TEST(RgbxFrame, BandsAndScratchForEverySize) {
-  Cases cases;
-  for (auto const& [width, height] : imageSizes(8, 6, 4)) {
-    cases.run({{"width", width}, {"height", height}}, [width = width, height = height](Case& c) {
-      c.isMoved = Case::nowhere;
-      auto const frame = c.input<float, 2>({width, height}, kSeparateRows);
-      auto scratch = c.inOut<float, 2>({width, height}, kSeparateRows);
-      auto out = c.output<float, 3>({width - 6, height - 6, 4}, kSeparateRows);
-      c.compare(routine::RGBX_DemosaicFrame_float, out, scratch, frame, width, height);
-    });
-  }
+  forEach(imageSizes(8, 6, 4), 1, [](Case& c, ImageSize size) {
+    c.isMoved = Case::nowhere;
+    auto const frame = c.input<float, 2>({size.width, size.height}, kSeparateRows);
+    auto scratch = c.inOut<float, 2>({size.width, size.height}, kSeparateRows);
+    auto out = c.output<float, 3>({size.width - 6, size.height - 6, 4}, kSeparateRows);
+    c.compare(routine::RGBX_DemosaicFrame_float, out, scratch, frame, size.width, size.height);
+  });
 }
 
 TEST(RgbxFrame, SlopeIsReproducedInEveryBand) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
+  forCases(1, [](Case& c) {
     auto const slope = [](std::span<float> all, Random&) {
       for (std::size_t k = 0; k < all.size(); ++k) all[k] = static_cast<float>(10 * (k / 12) + k % 12);
     };

@@ -41,27 +41,24 @@ void smoothing(std::span<double> kernel, Random& random) {
 }
 
 TEST(NewWli, EqualsItsStepsForEverySize) {
-  Cases cases;
-  for (auto const& [width, height] : imageSizes(6, 6)) {
-    cases.run({{"width", width}, {"height", height}}, [width = width, height = height](Case& c) {
-      c.isMoved = Case::nowhere;
-      bool const plainValues = c.random.oneIn(2);
-      auto const samples = plainValues ? ordinary<float> : anything<float>;
-      auto const in = c.input<float, 3>({width, height, 4}, height, samples);
-      auto const kernel = c.input<double, 1>({49}, kOneBlock, plainValues ? smoothing : anything<double>);
-      WorkingBuffers buffers(c, width, height);
-      auto out = c.output<float, 3>({width - 6, height - 6, 3}, 1);
-      constexpr double kWeights[] = {0.0, 0.5, 1.0, 2.0, -0.25};
-      double const weight = c.random.oneIn(2) ? c.random.oneOf(kWeights) : c.random.unit();
-      double const kb = c.random.oneIn(2) ? 0.114 : c.random.real(0.0, 0.5), kr = c.random.real(0.0, 0.5);
-      c.compare(routine::RGBX_ComputeNewWLI_float, out, in, width, height, kernel, buffers, kb, kr, weight);
-    });
-  }
+  forEach(imageSizes(6, 6), 1, [](Case& c, ImageSize size) {
+    std::size_t const width = size.width, height = size.height;
+    c.isMoved = Case::nowhere;
+    bool const plainValues = c.random.oneIn(2);
+    auto const samples = plainValues ? ordinary<float> : anything<float>;
+    auto const in = c.input<float, 3>({width, height, 4}, height, samples);
+    auto const kernel = c.input<double, 1>({49}, kOneBlock, plainValues ? smoothing : anything<double>);
+    WorkingBuffers buffers(c, width, height);
+    auto out = c.output<float, 3>({width - 6, height - 6, 3}, 1);
+    constexpr double kWeights[] = {0.0, 0.5, 1.0, 2.0, -0.25};
+    double const weight = c.random.oneIn(2) ? c.random.oneOf(kWeights) : c.random.unit();
+    double const kb = c.random.oneIn(2) ? 0.114 : c.random.real(0.0, 0.5), kr = c.random.real(0.0, 0.5);
+    c.compare(routine::RGBX_ComputeNewWLI_float, out, in, width, height, kernel, buffers, kb, kr, weight);
+  });
 }
 
 TEST(NewWli, KernelMayLieWhereResultsGo) {
-  Cases cases;
-  cases.run({}, [](Case& c) {
+  forCases(1, [](Case& c) {
     auto const in = c.input<float, 3>({20, 80, 4}, kOneBlock, ordinary<float>);
     auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
     WorkingBuffers buffers(c, 20, 80);

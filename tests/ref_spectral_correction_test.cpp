@@ -74,7 +74,7 @@ template <class Body>
 void forBandsAndRuns(Body&& body) {
   Cases cases;
   auto const run = [&](std::size_t outBands, std::size_t inBands, std::size_t samples) {
-    cases.run({{"outBands", outBands}, {"inBands", inBands}, {"samples", samples}}, [&](Case& c) {
+    cases.run([&](Case& c) {
       body(c, static_cast<unsigned>(outBands), static_cast<unsigned>(inBands), static_cast<unsigned>(samples));
     });
   };
@@ -119,18 +119,16 @@ void checkForms(Case& c, unsigned outBands, unsigned inBands, unsigned samples, 
 TYPED_TEST(SpectralCorrection, SumsAtTheEdgesOfTheConversion) {
   auto const edges = conversionEdges();
   auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
-  Cases cases;
-  for (unsigned samples = 1; samples <= 40; ++samples)
-    cases.run({{"samples", samples}}, [&](Case& c) {
-      checkForms(c, static_cast<unsigned>(edges.size()), 1u, samples, TypeParam{1}, fill);
-    });
+  forEach(everyWidth(1), 1, [&](Case& c, std::size_t samples) {
+    checkForms(c, static_cast<unsigned>(edges.size()), 1u, static_cast<unsigned>(samples), TypeParam{1}, fill);
+  });
 }
 
 // Weights that cancel except for their rounding: any other order, or a fused product, gives other samples.
 TYPED_TEST(SpectralCorrection, OrderAndRoundingOfTheSumShow) {
   Cases cases;
   auto const run = [&](unsigned outBands, unsigned inBands) {
-    cases.run({{"outBands", outBands}, {"inBands", inBands}}, [&](Case& c) {
+    cases.run([&](Case& c) {
       checkForms(c, outBands, inBands, 37u, TypeParam{3}, [=](std::span<double> all, Random& random) {
         for (std::size_t row = 0; row < all.size(); row += inBands) fillCancelling(all.subspan(row, inBands), random);
       });

@@ -60,8 +60,8 @@ thread_local char callInProgress[1024];
 
 }  // namespace
 
-Case::Case(unsigned long seed, bool watchesStack, std::string where, std::string rerun)
-    : random(seed), where_(std::move(where)), rerun_(std::move(rerun)), watchesStack_(watchesStack) {}
+Case::Case(unsigned long seed, bool watchesStack, std::string rerun)
+    : random(seed), rerun_(std::move(rerun)), watchesStack_(watchesStack) {}
 
 Layout Case::anyLayout(Shape const& shape, std::size_t rowsPerRun) {
   // Reading beyond the last sample is the likeliest fault, so half of all arrays end at a forbidden page.
@@ -74,8 +74,7 @@ Layout Case::anyLayout(Shape const& shape, std::size_t rowsPerRun) {
 
 void Case::beginCall(char const* routine) {
   routine_ = routine;
-  std::snprintf(callInProgress, sizeof callInProgress, "\n%s trapped: %s\n  rerun: %s\n", routine, where_.c_str(),
-                rerun_.c_str());
+  std::snprintf(callInProgress, sizeof callInProgress, "\n%s trapped\n  rerun: %s\n", routine, rerun_.c_str());
   modeBefore_ = floatingPointMode();
   allocationsBefore_ = allocationCount();
   if (watchesStack_) paintStack();
@@ -92,7 +91,7 @@ void Case::endCall() {
 }
 
 void Case::fail(std::string const& problem) const {
-  ADD_FAILURE() << routine_ << ": " << problem << "\n  " << where_ << "\n  rerun: " << rerun_;
+  ADD_FAILURE() << routine_ << ": " << problem << "\n  rerun: " << rerun_;
 }
 
 void Case::report(Mismatch const& m) const {
@@ -101,7 +100,8 @@ void Case::report(Mismatch const& m) const {
                                 : "argument " + std::to_string(m.argument) + ", band " + std::to_string(m.band) +
                                       ", row " + std::to_string(m.row) + ", column " + std::to_string(m.column);
   fail(place + ": got " + hex(m.got, m.sampleBytes) + ", expected " + hex(m.expected, m.sampleBytes) + "; " +
-       std::to_string(m.mismatches) + " of " + std::to_string(m.samples) + " samples differ");
+       std::to_string(m.mismatches) + " of " + std::to_string(m.shape.width) + " x " + std::to_string(m.shape.height) +
+       " x " + std::to_string(m.shape.bands) + " samples differ");
 }
 
 bool Cases::next() {
@@ -128,20 +128,16 @@ void Cases::onThreads(std::function<void(unsigned long thread)> const& run) {
   run(0);
 }
 
-Case Cases::start(std::initializer_list<Parameter> parameters, unsigned long thread) const {
+Case Cases::start(unsigned long thread) const {
   static unsigned long const seed = numberFrom("KORVA_SEED").value_or(0);
   // Looking at the stack takes longer than most calls. Sanitizers enlarge every frame, and so do builds that are not
   // optimised, for which KORVA_ANY_STACK is set.
   static bool const stackIsKnown = allocationsAreCounted() && std::getenv("KORVA_ANY_STACK") == nullptr;
   unsigned long const number = numbered_ - 1;
-  std::string where;
-  for (Parameter const& parameter : parameters)
-    where.append(parameter.name).append(" ").append(std::to_string(parameter.value)).append(", ");
-  where += "case " + std::to_string(number);
   std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_THREADS=" +
                                 std::to_string(threadCount()) + " KORVA_CASE=" + std::to_string(number);
   static std::string const program = std::filesystem::read_symlink("/proc/self/exe");
-  return Case(number + (thread << 24) + (seed << 32), stackIsKnown && number % 16 == 0, where,
+  return Case(number + (thread << 24) + (seed << 32), stackIsKnown && number % 16 == 0,
               selection + " " + program + " --gtest_filter=" + testName());
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <type_traits>
 
@@ -22,22 +21,18 @@ struct Routine {
   Function* plain;
 };
 
-struct Parameter {
-  char const* name;
-  unsigned long value;
-};
-
 struct Mismatch {
   std::size_t argument, band, row, column;
   void const* got;
   void const* expected;
-  std::size_t sampleBytes, mismatches, samples;
+  std::size_t sampleBytes, mismatches;
+  Shape shape;
 };
 
 // One case. Its arrays, layouts and samples all derive from its number, which seeds random.
 class Case {
  public:
-  Case(unsigned long seed, bool watchesStack, std::string where, std::string rerun);
+  Case(unsigned long seed, bool watchesStack, std::string rerun);
 
   Random random;
 
@@ -76,7 +71,7 @@ class Case {
       Result const got = routine.library(static_cast<Parameters>(forLibrary(arguments))...);
       endCall();
       Result const expected = routine.plain(static_cast<Parameters>(forPlain(arguments))...);
-      if (!same(got, expected, 0, 0, 0)) report({0, 0, 0, 0, &got, &expected, sizeof got, 1, 1});
+      if (!same(got, expected, 0, 0, 0)) report({0, 0, 0, 0, &got, &expected, sizeof got, 1, {1}});
     }
     std::size_t position = 0;
     (check(++position, arguments), ...);
@@ -126,7 +121,7 @@ class Case {
 
   template <class T, int kLevels>
   void checkSamples(std::size_t position, Samples<T, kLevels> const& samples) {
-    auto const [width, height, bands] = samples.shape();
+    std::size_t const width = samples.shape().width, height = samples.shape().height;
     Mismatch first{};
     for (std::size_t row = 0; row < samples.rows(); ++row) {
       T const* const got = samples.actualRow(row);
@@ -135,10 +130,9 @@ class Case {
       for (std::size_t column = 0; column < width; ++column) {
         if (same(got[column], expected[column], row / height, row % height, column)) continue;
         if (first.mismatches++ == 0)
-          first = {position, row / height, row % height, column, got + column, expected + column, sizeof(T), 1, 0};
+          first = {position, row / height, row % height, column, got + column, expected + column, sizeof(T), 1, samples.shape()};
       }
     }
-    first.samples = samples.rows() * width;
     if (first.mismatches > 0) report(first);
     if (!samples.slackIsIntact()) fail("argument " + std::to_string(position) + ": memory beside the rows is written");
   }
@@ -148,7 +142,7 @@ class Case {
   void report(Mismatch const& mismatch) const;
 
   char const* routine_ = "";
-  std::string where_, rerun_;
+  std::string rerun_;
   bool watchesStack_;
   FloatingPointMode modeBefore_{};
   long allocationsBefore_ = 0;
@@ -163,21 +157,35 @@ class Cases {
   Cases(Cases const&) = delete;
 
   template <class Body>
-  void run(std::initializer_list<Parameter> parameters, Body&& body) {
+  void run(Body&& body) {
     if (!next()) return;
     onThreads([&](unsigned long thread) {
-      Case current = start(parameters, thread);
+      Case current = start(thread);
       body(current);
     });
   }
 
  private:
   bool next();
-  Case start(std::initializer_list<Parameter> parameters, unsigned long thread) const;
+  Case start(unsigned long thread) const;
   static void onThreads(std::function<void(unsigned long thread)> const& run);
 
   unsigned long numbered_ = 0, ran_ = 0;
 };
+
+// Tests of one case, of a number of them, and of some for each value.
+template <class Body>
+void forCases(int number, Body&& body) {
+  Cases cases;
+  for (int k = 0; k < number; ++k) cases.run(body);
+}
+
+template <class Values, class Body>
+void forEach(Values const& values, int times, Body&& body) {
+  Cases cases;
+  for (auto const& value : values)
+    for (int k = 0; k < times; ++k) cases.run([&](Case& c) { body(c, value); });
+}
 
 }  // namespace korva::test
 
