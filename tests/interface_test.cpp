@@ -1,5 +1,5 @@
-// The types of the interface, which do not compile when they are wrong, and what the library shows when it is loaded.
-// The plain definitions state those of the processing routines.
+// The record that crosses the interface, and what the library shows when it is loaded. The types of the routines are
+// those that the plain definitions and the other tests give and take.
 #include <gtest/gtest.h>
 
 #include <cfenv>
@@ -11,28 +11,6 @@
 
 namespace korva::test {
 namespace {
-
-using Short = unsigned short;
-using Size = unsigned long;
-using Count = unsigned int;
-
-// Whether all of the functions have the stated type.
-template <class Stated, auto*... functions>
-constexpr bool is = (std::is_same_v<Stated, std::remove_pointer_t<decltype(functions)>> && ...);
-
-static_assert(is<void(float***, Size, Size), KORVA_Ref_AllocateArray2D_float>);
-static_assert(is<void(Short***, Size, Size), KORVA_Ref_AllocateArray2D_uint16>);
-static_assert(is<void(float**), KORVA_Ref_FreeArray2D_float>);
-static_assert(is<void(Short**), KORVA_Ref_FreeArray2D_uint16>);
-static_assert(is<void(float****, Size, Size, Size), KORVA_Ref_AllocateArray3D_BSQ_float>);
-static_assert(is<void(Short****, Size, Size, Size), KORVA_Ref_AllocateArray3D_BSQ_uint16>);
-static_assert(is<void(float***), KORVA_Ref_FreeArray3D_BSQ_float>);
-static_assert(is<void(Short***), KORVA_Ref_FreeArray3D_BSQ_uint16, KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16>);
-static_assert(is<void(Short****, Size, Size, Size, Size, Size), KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16>);
-static_assert(is<void(void*, char const*, char const*, Size, Size), KORVA_Ref_ReadRawDataFromDisk>);
-static_assert(is<void(void const*, char const*, char const*, Size, Size), KORVA_Ref_WriteRawDataToDisk>);
-static_assert(is<void(NewWLIBuffers*, Size, Size), KORVA_Ref_RGBX_AllocateNewWLIBuffers_float>);
-static_assert(is<void(NewWLIBuffers), KORVA_Ref_RGBX_FreeNewWLIBuffers_float>);
 
 // The record is passed by value: its four pointers, in this order, are part of the interface.
 struct FourPointers {

@@ -75,42 +75,6 @@ TEST(SnapshotCube, TileIsCutOutWhole) {
   run(810, 600, 200, 200);
 }
 
-// A frame sample that tells where it comes from: frame, row, column.
-Short coded(std::size_t frame, std::size_t row, std::size_t column) {
-  return static_cast<Short>(1000 * (frame + 1) + 10 * row + column);
-}
-
-// Three bands of two rows, slice cube of four slots: each slice gathers one strip of the scene from three frames.
-TEST(LineScan, SlicesRiseFromTheBottomSlotAndWrap) {
-  constexpr std::size_t kWidth = 4, kStrip = 2, kFirst = 2, kLast = 4, kBands = 3, kHeight = 8;
-  Short*** ring;
-  Short*** slice;
-  Short** frame;
-  KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, kWidth, kStrip, kBands, kFirst, kLast);
-  ASSERT_EQ(ring[1][0], ring[0][0] + kBands * kStrip * kWidth) << "a plane holds one slot for each band of the range";
-  KORVA_Ref_AllocateArray3D_BSQ_uint16(&slice, kWidth, kHeight, kBands);
-  KORVA_Ref_AllocateArray2D_uint16(&frame, kWidth, 10);
-  for (std::size_t t = 0; t <= 6; ++t) {
-    for (std::size_t row = 0; row < 10; ++row)
-      for (std::size_t column = 0; column < kWidth; ++column) frame[row][column] = coded(t, row, column);
-    KORVA_Ref_CG_LS_StitchBandImage_uint16(ring, frame, kWidth, kStrip, kFirst, kLast, t);
-    if (t < 2) continue;
-    KORVA_Ref_CG_LS_GetStitchedSlice_BSQ_uint16(slice, ring, kWidth, kStrip, kHeight, kBands, kFirst, kLast, t);
-    // By frame: the slot of the slice cube that it completes.
-    constexpr std::size_t kTargetSlots[] = {3, 2, 1, 0, 3};
-    std::size_t const x = t - 2;
-    for (std::size_t band = 0; band < kBands; ++band)
-      for (std::size_t row = 0; row < kStrip; ++row)
-        for (std::size_t column = 0; column < kWidth; ++column)
-          ASSERT_EQ(slice[band][kTargetSlots[x] * kStrip + row][column],
-                    coded(x + band, (kFirst + band) * kStrip + row, column))
-              << "frame " << t << ", band " << band << ", row " << row;
-  }
-  KORVA_Ref_FreeArray2D_uint16(frame);
-  KORVA_Ref_FreeArray3D_BSQ_uint16(slice);
-  KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(ring);
-}
-
 TEST(LineScan, StripIsTakenRowByRow) {
   forEach(everyWidth(1), 5, [](Case& c, std::size_t width) {
     std::size_t const strip = c.random.below(5), height = 5 * strip + 2;

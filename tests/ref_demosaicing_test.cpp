@@ -57,21 +57,6 @@ TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
   }
 }
 
-TEST(MosaicGeometry, WorkedWeights) {
-  double weights[4];
-  auto const are = [&](double w0, double w1, double w2, double w3) {
-    return weights[0] == w0 && weights[1] == w1 && weights[2] == w2 && weights[3] == w3;
-  };
-  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 4, 4, 1.5, -0.5);
-  EXPECT_TRUE(are(0.078125, 0.546875, 0.046875, 0.328125));
-  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 4, 4, -1.5, 1.5);
-  EXPECT_TRUE(are(0.234375, 0.140625, 0.390625, 0.234375));
-  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 5, 7, 0.0, 0.0);
-  EXPECT_TRUE(are(0.9999999999999999, 0.0, 0.0, 0.0));
-  KORVA_Ref_DM_ComputeCoefficientsBilinear(weights, 7, 5, 0.0, 0.0);
-  EXPECT_TRUE(are(1.0, 0.0, 0.0, 0.0));
-}
-
 // Weights of a cell, pairs that sum to 0, or any doubles.
 void bilinearWeights(std::span<double> samples, Random& random) {
   switch (random.below(5)) {
@@ -109,19 +94,6 @@ void checkAllSizes(Routine<void(T*, T const*, unsigned, unsigned, double const*,
 
 TEST(BilinearDemosaicing, DoubleImagesOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_dbl); }
 TEST(BilinearDemosaicing, CountsOfAllSizes) { checkAllSizes(routine::DM_ApplyDemosaicingBilinear_uint16); }
-
-TEST(BilinearDemosaicing, WorkedImage) {
-  double const in[9] = {0, 4, 8, 12, 16, 20, 24, 28, 32}, weights[4] = {0.25, 0.25, 0.25, 0.25};
-  double out[9];
-  KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl(out, in, 3, 3, weights, 0.5, 0.5);
-  EXPECT_EQ((std::vector<double>(out, out + 9)), (std::vector<double>{8, 12, 14, 20, 24, 26, 26, 30, 32}));
-  KORVA_Ref_DM_ApplyDemosaicingBilinear_dbl(out, in, 3, 3, weights, 0.5, -0.5);
-  EXPECT_EQ((std::vector<double>(out, out + 9)), (std::vector<double>{6, 8, 12, 18, 20, 24, 24, 26, 30}));
-  Short const counts[4] = {1, 2, 3, 4};
-  Short rounded[4];
-  KORVA_Ref_DM_ApplyDemosaicingBilinear_uint16(rounded, counts, 2, 2, weights, 0.5, 0.5);
-  EXPECT_EQ((std::vector<Short>(rounded, rounded + 4)), (std::vector<Short>{3, 3, 4, 4}));
-}
 
 }  // namespace
 }  // namespace korva::test

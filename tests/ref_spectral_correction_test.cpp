@@ -141,24 +141,5 @@ TYPED_TEST(SpectralCorrection, OrderAndRoundingOfTheSumShow) {
   }
 }
 
-TEST(SpectralCorrectionValues, OnlyCubesClampAndNothingSaturates) {
-  double const weight[4] = {-1.0, 0.5, 2.0, -0.25};
-  double const* const matrix[4] = {&weight[0], &weight[1], &weight[2], &weight[3]};
-  Short const two = 2, three = 3, large = 40000, one = 1;
-  Short result[4];
-  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &two, matrix, 1, 1);
-  EXPECT_EQ(result[0], 65535);
-  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &three, matrix, 2, 1);
-  EXPECT_EQ(result[1], 2);
-  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &large, matrix, 3, 1);
-  EXPECT_EQ(result[2], 14464);
-  KORVA_Ref_SC_ApplySpectralCorrection_uint16(result, &one, matrix, 4, 1);
-  EXPECT_EQ(result[3], 0);
-  float const unit = 1.0f;
-  float reals[4];
-  KORVA_Ref_SC_ApplySpectralCorrection_float(reals, &unit, matrix, 4, 1);
-  EXPECT_EQ(reals[3], -0.25f);
-}
-
 }  // namespace
 }  // namespace korva::test
