@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <vector>
+#include <array>
 
 #include "support/routines.h"
 

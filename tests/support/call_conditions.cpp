@@ -23,20 +23,12 @@
 namespace korva::test {
 namespace {
 
-constexpr std::size_t kKeptSizes = 16;
-
 struct Allocations {
   long count, live, failingCount;
-  std::size_t sizes[kKeptSizes];
-  std::size_t keptSizes;
 };
 thread_local constinit Allocations allocations{};
 
-[[maybe_unused]] bool isAllowed(std::size_t size) {
-  ++allocations.count;
-  if (allocations.keptSizes < kKeptSizes) allocations.sizes[allocations.keptSizes++] = size;
-  return allocations.count != allocations.failingCount;
-}
+[[maybe_unused]] bool isAllowed() { return ++allocations.count != allocations.failingCount; }
 
 [[maybe_unused]] void* counted(void* block) {
   if (block != nullptr) ++allocations.live;
@@ -60,15 +52,8 @@ bool allocationsAreCounted() { return KORVA_ALLOCATIONS_ARE_COUNTED; }
 long allocationCount() { return allocations.count; }
 long liveAllocationCount() { return allocations.live; }
 
-void failAllocation(long ordinal) {
-  allocations.keptSizes = 0;
-  allocations.failingCount = allocations.count + ordinal;
-}
-
-void failNoAllocation() {
-  allocations.keptSizes = 0;
-  allocations.failingCount = 0;
-}
+void failAllocation(long ordinal) { allocations.failingCount = allocations.count + ordinal; }
+void failNoAllocation() { allocations.failingCount = 0; }
 
 namespace {
 
@@ -92,8 +77,6 @@ std::size_t overwrittenStack() {
   return kPaintedStack - intact;
 }
 
-std::span<std::size_t const> requestedSizes() { return {allocations.sizes, allocations.keptSizes}; }
-
 }  // namespace korva::test
 
 #if KORVA_ALLOCATIONS_ARE_COUNTED
@@ -102,7 +85,7 @@ void* __libc_malloc(std::size_t);
 void __libc_free(void*);
 
 void* malloc(std::size_t size) {
-  return korva::test::isAllowed(size) ? korva::test::counted(__libc_malloc(size)) : nullptr;
+  return korva::test::isAllowed() ? korva::test::counted(__libc_malloc(size)) : nullptr;
 }
 void free(void* block) {
   if (block != nullptr) --korva::test::allocations.live;

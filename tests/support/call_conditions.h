@@ -3,7 +3,6 @@
 #define KORVA_TESTS_SUPPORT_CALL_CONDITIONS_H
 
 #include <cstddef>
-#include <span>
 
 namespace korva::test {
 
@@ -25,9 +24,6 @@ long liveAllocationCount();
 // Makes the allocation fail that is the ordinal-th from now on, counted from 1, and only that one.
 void failAllocation(long ordinal);
 void failNoAllocation();
-
-// The sizes asked for since the last call of failAllocation or failNoAllocation, in order; at most 16 are kept.
-std::span<std::size_t const> requestedSizes();
 
 // Paints the unused stack below the caller; later tells how many of its bytes calls have overwritten since.
 void paintStack();
