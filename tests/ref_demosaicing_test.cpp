@@ -7,8 +7,6 @@
 namespace korva::test {
 namespace {
 
-using Short = unsigned short;
-
 TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
   Cases cases;
   for (unsigned mosaicWidth = 1; mosaicWidth <= 9; ++mosaicWidth) {

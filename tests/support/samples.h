@@ -78,9 +78,6 @@ class Samples {
     for (std::size_t row = 0; row < rows(); ++row)
       std::copy_n(expected_.get() + row * shape_.width, shape_.width, rowFor(row, false));
   }
-  void set(std::size_t row, std::size_t column, T value) {
-    expected_[row * shape_.width + column] = rowFor(row, false)[column] = value;
-  }
 
   // Keeps the first row pointer of each band only: for routines that walk a plane as one run.
   void forgetLaterRows() {
@@ -89,7 +86,6 @@ class Samples {
   }
 
   Shape const& shape() const { return shape_; }
-  Layout const& layout() const { return layout_; }
   std::size_t rows() const { return shape_.height * shape_.bands; }
   std::size_t samples() const { return rows() * shape_.width; }
   T const* actualRow(std::size_t row) const { return rowFor(row, true); }
