@@ -8,17 +8,13 @@ namespace korva::test {
 namespace {
 
 TEST(MosaicGeometry, BandsAreNumberedRowByRow) {
-  Cases cases;
-  for (unsigned mosaicWidth = 1; mosaicWidth <= 9; ++mosaicWidth) {
-    for (unsigned const band : {0u, 1u, 4u, 15u, 80u, 81u, 0xffffffffu}) {
-      cases.run([&](Case& c) {
-        auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
-        c.compare(routine::DM_ComputeFilterPosition, row, column, mosaicWidth, band);
-        // The row is stored first, so one variable for both ends up with the column.
-        c.compare(routine::DM_ComputeFilterPosition, row, row, mosaicWidth, band);
-      });
-    }
-  }
+  forEach(std::to_array({0u, 1u, 4u, 15u, 80u, 81u, 0xffffffffu}), 9, [](Case& c, unsigned band) {
+    auto row = c.output<unsigned, 1>({1}), column = c.output<unsigned, 1>({1});
+    auto const mosaicWidth = static_cast<unsigned>(c.random.between(1, 9));
+    c.compare(routine::DM_ComputeFilterPosition, row, column, mosaicWidth, band);
+    // The row is stored first, so one variable for both ends up with the column.
+    c.compare(routine::DM_ComputeFilterPosition, row, row, mosaicWidth, band);
+  });
 }
 
 TEST(MosaicGeometry, OffsetIsTheTargetMinusTheFilter) {
@@ -34,24 +30,19 @@ TEST(MosaicGeometry, OffsetIsTheTargetMinusTheFilter) {
 }
 
 TEST(MosaicGeometry, WeightsFollowTheStatedGrouping) {
-  Cases cases;
-  for (unsigned cellHeight = 1; cellHeight <= 9; ++cellHeight) {
-    for (unsigned cellWidth = 1; cellWidth <= 9; ++cellWidth) {
-      for (int step = -18; step <= 18; ++step) {
-        cases.run([&](Case& c) {
-          auto weights = c.output<double, 1>({4});
-          double const third = c.random.real(-1.0, 1.0) * cellWidth;
-          c.isMoved = Case::nowhere;
-          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, step * 0.5, third);
-          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, third, step * 0.5);
-          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, -0.0,
-                    -static_cast<double>(cellWidth));
-          // The product of the sizes wraps in 32 bits.
-          c.compare(routine::DM_ComputeCoefficientsBilinear, weights, 65537u, 65537u + cellWidth, step * 0.5, third);
-        });
-      }
-    }
-  }
+  forCases(3000, [](Case& c) {
+    auto const cellHeight = static_cast<unsigned>(c.random.between(1, 9));
+    auto const cellWidth = static_cast<unsigned>(c.random.between(1, 9));
+    auto weights = c.output<double, 1>({4});
+    double const whole = static_cast<double>(c.random.below(37)) * 0.5 - 9.0;
+    double const third = c.random.real(-1.0, 1.0) * cellWidth;
+    c.isMoved = Case::nowhere;
+    c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, whole, third);
+    c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, third, whole);
+    c.compare(routine::DM_ComputeCoefficientsBilinear, weights, cellHeight, cellWidth, -0.0, -1.0 * cellWidth);
+    // The product of the sizes wraps in 32 bits.
+    c.compare(routine::DM_ComputeCoefficientsBilinear, weights, 65537u, 65537u + cellWidth, whole, third);
+  });
 }
 
 // Weights of a cell, pairs that sum to 0, or any doubles.

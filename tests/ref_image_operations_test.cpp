@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "support/routines.h"
 
@@ -12,18 +13,16 @@ namespace {
 // stand in.
 template <class Body>
 void forRuns(Body&& body) {
-  Cases cases;
-  auto const run = [&](std::size_t width, std::size_t height) {
-    cases.run([&](Case& c) {
-      c.isMoved = Case::nowhere;
-      body(c, Shape{std::max<std::size_t>(width, 1), std::max<std::size_t>(height, 1)}, width, height);
-    });
-  };
+  std::vector<ImageSize> sizes = {{512, 272}};
   for (std::size_t const width : everyWidth(0))
-    for (std::size_t height = 0; height <= 4; ++height) run(width, height);
+    for (std::size_t height = 0; height <= 4; ++height) sizes.push_back({width, height});
   for (std::size_t const width : everyRunLength())
-    if (width > 70) run(width, 1 + width % 3);
-  run(512, 272);
+    if (width > 70) sizes.push_back({width, 1 + width % 3});
+  forEach(sizes, 1, [&](Case& c, ImageSize size) {
+    c.isMoved = Case::nowhere;
+    Shape const atLeastOne = {std::max<std::size_t>(size.width, 1), std::max<std::size_t>(size.height, 1)};
+    body(c, atLeastOne, size.width, size.height);
+  });
 }
 
 template <class... Weight>

@@ -109,7 +109,8 @@ TEST(Reflectance, CountsFollowTheRulesInOrder) {
 TEST(Reflectance, CountsMeetTheEdgesOfTheConversion) {
   forEach(Sizes{1, 2, 5, 10, 10000, 65535}, 1, [](Case& c, std::size_t fullScale) {
     std::vector<double> edges;
-    for (double const edge : conversionEdges()) edges.insert(edges.end(), {edge, edge / static_cast<double>(fullScale)});
+    for (double const edge : conversionEdges())
+      edges.insert(edges.end(), {edge, edge / static_cast<double>(fullScale)});
     auto const fill = [&](std::span<double> all, Random&) { std::copy(edges.begin(), edges.end(), all.begin()); };
     auto const ones = [](std::span<Short> all, Random&) { std::fill(all.begin(), all.end(), Short{1}); };
     auto const coefficient = c.input<double, 1>({edges.size()}, kOneBlock, fill);

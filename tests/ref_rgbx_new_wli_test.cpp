@@ -9,30 +9,21 @@ namespace korva::test {
 namespace {
 
 // Working buffers with any contents from before; after the call every sample is compared, margins included.
-class WorkingBuffers {
- public:
-  WorkingBuffers(Case& c, std::size_t width, std::size_t height)
-      : xResidual_(c.inOut<float, 2>({width, height})),
-        yFiltered_(c.inOut<float, 2>({width, height})),
-        yResidual_(c.inOut<float, 2>({width, height})),
-        yccImage_(c.inOut<float, 3>({width, height, 3})) {}
-
-  NewWLIBuffers actual() const {
-    return {xResidual_.actual(), yFiltered_.actual(), yResidual_.actual(), yccImage_.actual()};
-  }
+struct WorkingBuffers {
+  WorkingBuffers(Case& c, Shape size)
+      : images{c.inOut<float, 2>(size), c.inOut<float, 2>(size), c.inOut<float, 2>(size)},
+        ycc(c.inOut<float, 3>({size.width, size.height, 3})) {}
+  NewWLIBuffers actual() const { return {images[0].actual(), images[1].actual(), images[2].actual(), ycc.actual()}; }
   NewWLIBuffers expected() const {
-    return {xResidual_.expected(), yFiltered_.expected(), yResidual_.expected(), yccImage_.expected()};
+    return {images[0].expected(), images[1].expected(), images[2].expected(), ycc.expected()};
   }
   void checkWith(Case& c, std::size_t position) {
-    c.check(position, xResidual_);
-    c.check(position, yFiltered_);
-    c.check(position, yResidual_);
-    c.check(position, yccImage_);
+    for (auto& image : images) c.check(position, image);
+    c.check(position, ycc);
   }
 
- private:
-  Samples<float, 2> xResidual_, yFiltered_, yResidual_;
-  Samples<float, 3> yccImage_;
+  Samples<float, 2> images[3];
+  Samples<float, 3> ycc;
 };
 
 void smoothing(std::span<double> kernel, Random& random) {
@@ -47,7 +38,7 @@ TEST(NewWli, EqualsItsStepsForEverySize) {
     auto const samples = plainValues ? ordinary<float> : anything<float>;
     auto const in = c.input<float, 3>({width, height, 4}, height, samples);
     auto const kernel = c.input<double, 1>({49}, kOneBlock, plainValues ? smoothing : anything<double>);
-    WorkingBuffers buffers(c, width, height);
+    WorkingBuffers buffers(c, {width, height});
     auto out = c.output<float, 3>({width - 6, height - 6, 3}, 1);
     constexpr double kWeights[] = {0.0, 0.5, 1.0, 2.0, -0.25};
     double const weight = c.random.oneIn(2) ? c.random.oneOf(kWeights) : c.random.unit();
@@ -60,7 +51,7 @@ TEST(NewWli, KernelMayLieWhereResultsGo) {
   forCases(1, [](Case& c) {
     auto const in = c.input<float, 3>({20, 80, 4}, kOneBlock, ordinary<float>);
     auto const kernel = c.input<double, 1>({49}, kOneBlock, smoothing);
-    WorkingBuffers buffers(c, 20, 80);
+    WorkingBuffers buffers(c, {20, 80});
     auto apart = c.output<float, 3>({14, 74, 3}), inside = c.output<float, 3>({14, 74, 3});
     KORVA_Ref_RGBX_ComputeNewWLI_float(apart.actual(), in.actual(), 20, 80, kernel.actual(), buffers.actual(), 0.1, 0.3,
                                        0.5);

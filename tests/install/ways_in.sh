@@ -40,7 +40,7 @@ cmake --build /tmp/part
 cmake --install /tmp/part --prefix /tmp/host
 mv /tmp/host /tmp/moved
 prints "* $numbers" /tmp/moved/bin/c_host
-prints "* $numbers" /tmp/moved/bin/cpp_host
+prints "$numbers" /tmp/moved/bin/cpp_host
 
 way "Python: the lines of the document"
 sources=$PWD
@@ -74,7 +74,7 @@ gcc tests/install/c_host.c -o /tmp/c_host -lkorva_reference_api
 # shellcheck disable=SC2046  # several words
 g++ tests/install/cpp_host.cpp -o /tmp/cpp_host $(pkg-config --cflags --libs korva_reference_api)
 prints "* $numbers" /tmp/c_host
-prints "* $numbers" /tmp/cpp_host
+prints "$numbers" /tmp/cpp_host
 cmake -S tests/install -B /tmp/found
 dpkg --purge libkorva-reference-api-dev libkorva-reference-api1.0
 if find /usr -name '*korva[_-]reference*' | grep -v /python3; then exit 1; fi

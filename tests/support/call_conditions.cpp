@@ -8,13 +8,11 @@
 #include <xmmintrin.h>
 #endif
 
-#if defined(__has_feature)
-#define KORVA_HAS_FEATURE(feature) __has_feature(feature)
-#else
-#define KORVA_HAS_FEATURE(feature) 0
+#if !defined(__has_feature)
+#define __has_feature(feature) 0
 #endif
 #if !defined(__GLIBC__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
-    KORVA_HAS_FEATURE(address_sanitizer) || KORVA_HAS_FEATURE(thread_sanitizer) || KORVA_HAS_FEATURE(memory_sanitizer)
+    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
 #define KORVA_ALLOCATIONS_ARE_COUNTED 0
 #else
 #define KORVA_ALLOCATIONS_ARE_COUNTED 1

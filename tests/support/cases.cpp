@@ -38,11 +38,6 @@ std::string hex(void const* value, std::size_t bytes) {
   return text;
 }
 
-std::string testName() {
-  testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
-  return std::string(test->test_suite_name()) + "." + test->name();
-}
-
 // A trap inside a routine ends the program, so the message is kept ready for the signal handler.
 thread_local char callInProgress[1024];
 
@@ -137,8 +132,9 @@ Case Cases::start(unsigned long thread) const {
   std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_THREADS=" +
                                 std::to_string(threadCount()) + " KORVA_CASE=" + std::to_string(number);
   static std::string const program = std::filesystem::read_symlink("/proc/self/exe");
+  testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
   return Case(number + (thread << 24) + (seed << 32), stackIsKnown && number % 16 == 0,
-              selection + " " + program + " --gtest_filter=" + testName());
+              selection + " " + program + " --gtest_filter=" + test->test_suite_name() + "." + test->name());
 }
 
 Cases::~Cases() {

@@ -130,7 +130,8 @@ class Case {
       for (std::size_t column = 0; column < width; ++column) {
         if (same(got[column], expected[column], row / height, row % height, column)) continue;
         if (first.mismatches++ == 0)
-          first = {position, row / height, row % height, column, got + column, expected + column, sizeof(T), 1, samples.shape()};
+          first = {position,          row / height, row % height, column, got + column,
+                   expected + column, sizeof(T),    1,            samples.shape()};
       }
     }
     if (first.mismatches > 0) report(first);
@@ -152,9 +153,7 @@ class Case {
 // KORVA_SEED=s draws other contents. KORVA_THREADS=n runs each case on n threads at a time, each with its own contents.
 class Cases {
  public:
-  Cases() = default;
   ~Cases();
-  Cases(Cases const&) = delete;
 
   template <class Body>
   void run(Body&& body) {

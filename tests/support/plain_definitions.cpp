@@ -134,10 +134,7 @@ void correctBias(T* out, T const* in, T const* bias, Size count) {
 template <class T>
 double weightedSum(T const* in, double const* weights, Count inBands) {
   double sum = 0.0;
-  for (Count i = 0; i < inBands; ++i) {
-    double const product = static_cast<double>(in[i]) * weights[i];
-    sum = sum + product;
-  }
+  for (Count i = 0; i < inBands; ++i) sum = sum + static_cast<double>(in[i]) * weights[i];
   return sum;
 }
 
@@ -162,10 +159,7 @@ void correctCube(T* const* const* out, double* scratch, T const* const* const* i
     for (Count k = 0; k < samples; ++k) scratch[k] = 0.0;
     for (Count i = 0; i < inBands; ++i) {
       double const w = matrix[o][i];
-      for (Count k = 0; k < samples; ++k) {
-        double const product = static_cast<double>(in[i][0][k]) * w;
-        scratch[k] = scratch[k] + product;
-      }
+      for (Count k = 0; k < samples; ++k) scratch[k] = scratch[k] + static_cast<double>(in[i][0][k]) * w;
     }
     for (Count k = 0; k < samples; ++k) {
       if (scratch[k] < 0.0)
@@ -228,19 +222,15 @@ void demosaic(T* out, T const* in, Count height, Count width, double const* w, d
       auto const s = [&](long row, long column) { return static_cast<double>(in[row * width + column]); };
       T& result = out[y * width + x];
       if (hasTop && hasBottom && hasLeft && hasRight) {
-        double const first = w[0] * s(y0, x0), second = w[1] * s(y0, x1);
-        double const third = w[2] * s(y1, x0), fourth = w[3] * s(y1, x1);
-        store(result, ((first + second) + third) + fourth);
+        store(result, ((w[0] * s(y0, x0) + w[1] * s(y0, x1)) + w[2] * s(y1, x0)) + w[3] * s(y1, x1));
       } else if (hasLeft && hasRight) {
         WeightPair const pair = hasTop ? top : bottom;
         long const row = hasTop ? y0 : y1;
-        double const first = pair.u * s(row, x0), second = pair.v * s(row, x1);
-        store(result, first + second);
+        store(result, pair.u * s(row, x0) + pair.v * s(row, x1));
       } else if (hasTop && hasBottom) {
         WeightPair const pair = hasLeft ? left : right;
         long const column = hasLeft ? x0 : x1;
-        double const first = pair.u * s(y0, column), second = pair.v * s(y1, column);
-        store(result, first + second);
+        store(result, pair.u * s(y0, column) + pair.v * s(y1, column));
       } else {
         result = in[y * width + x];
       }
@@ -338,11 +328,8 @@ void add(float** out, float** a, float** b, Size width, Size height) {
 
 void mix(float** out, float** a, float** b, Size width, Size height, double weight) {
   double const complement = 1.0 - weight;
-  for (Size k = 0; k < width * height; ++k) {
-    double const shareOfA = static_cast<double>(a[0][k]) * weight;
-    double const shareOfB = static_cast<double>(b[0][k]) * complement;
-    out[0][k] = static_cast<float>(shareOfA + shareOfB);
-  }
+  for (Size k = 0; k < width * height; ++k)
+    out[0][k] = static_cast<float>(static_cast<double>(a[0][k]) * weight + static_cast<double>(b[0][k]) * complement);
 }
 
 void applyKernel(float** out, float** in, Size width, Size height, double const* kernel) {
@@ -350,12 +337,9 @@ void applyKernel(float** out, float** in, Size width, Size height, double const*
   for (Size r = 3; r <= height - 4; ++r) {
     for (Size c = 3; c <= width - 4; ++c) {
       double sum = 0.0;
-      for (Size ky = 0; ky < 7; ++ky) {
-        for (Size kx = 0; kx < 7; ++kx) {
-          double const product = static_cast<double>(in[r - 3 + ky][c - 3 + kx]) * kernel[ky * 7 + kx];
-          sum = sum + product;
-        }
-      }
+      for (Size ky = 0; ky < 7; ++ky)
+        for (Size kx = 0; kx < 7; ++kx)
+          sum = sum + static_cast<double>(in[r - 3 + ky][c - 3 + kx]) * kernel[ky * 7 + kx];
       out[r][c] = static_cast<float>(sum);
     }
   }
@@ -366,16 +350,12 @@ void rgbToYCbCr(float*** out, float*** in, Size width, Size height, double kb, d
   double const cbScale = 0.5 / (1.0 - kb);
   double const crScale = 0.5 / (1.0 - kr);
   for (Size k = 0; k < width * height; ++k) {
-    float const r = in[0][0][k], g = in[1][0][k], b = in[2][0][k];
-    double const redShare = static_cast<double>(r) * kr;
-    double const greenShare = static_cast<double>(g) * gWeight;
-    double const blueShare = static_cast<double>(b) * kb;
-    float const y = static_cast<float>((redShare + greenShare) + blueShare);
-    float const blueDifference = b - y;
-    float const redDifference = r - y;
+    double const r = in[0][0][k], g = in[1][0][k], b = in[2][0][k];
+    float const y = static_cast<float>((r * kr + g * gWeight) + b * kb);
+    float const blueDifference = in[2][0][k] - y, redDifference = in[0][0][k] - y;
     out[0][0][k] = y;
-    out[1][0][k] = static_cast<float>(static_cast<double>(blueDifference) * cbScale);
-    out[2][0][k] = static_cast<float>(static_cast<double>(redDifference) * crScale);
+    out[1][0][k] = static_cast<float>(blueDifference * cbScale);
+    out[2][0][k] = static_cast<float>(redDifference * crScale);
   }
 }
 
@@ -385,13 +365,8 @@ void ycbcrToRGB(float*** out, float*** in, Size width, Size height, double kb, d
   double const gInverse = 1.0 / ((1.0 - kr) - kb);
   for (Size k = 0; k < width * height; ++k) {
     double const y = in[0][0][k], cb = in[1][0][k], cr = in[2][0][k];
-    double const redDifference = cr * crFactor;
-    double const red = redDifference + y;
-    double const blueDifference = cb * cbFactor;
-    double const blue = blueDifference + y;
-    double const redShare = red * kr;
-    double const blueShare = kb * blue;
-    double const green = ((y - redShare) - blueShare) * gInverse;
+    double const red = cr * crFactor + y, blue = cb * cbFactor + y;
+    double const green = ((y - red * kr) - kb * blue) * gInverse;
     out[0][0][k] = static_cast<float>(red);
     out[1][0][k] = static_cast<float>(green);
     out[2][0][k] = static_cast<float>(blue);
@@ -452,15 +427,11 @@ void computeFourthBand(float** out, float** in, Size width, Size height) {
 }
 
 void demosaicFrame(float*** out, float** scratch, float** frame, Size width, Size height) {
-  Size const cropWidth = width - 6, cropHeight = height - 6;
-  computeRedOrBlueBand<1>(scratch, frame, width, height);
-  crop(out[0], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  computeGreenBand(scratch, frame, width, height);
-  crop(out[1], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  computeRedOrBlueBand<0>(scratch, frame, width, height);
-  crop(out[2], scratch, width, height, 3, 3, cropWidth, cropHeight);
-  computeFourthBand(scratch, frame, width, height);
-  crop(out[3], scratch, width, height, 3, 3, cropWidth, cropHeight);
+  int band = 0;
+  for (auto* compute : {computeRedOrBlueBand<1>, computeGreenBand, computeRedOrBlueBand<0>, computeFourthBand}) {
+    compute(scratch, frame, width, height);
+    crop(out[band++], scratch, width, height, 3, 3, width - 6, height - 6);
+  }
 }
 
 void computeNewWLI(float*** out, float*** in, Size width, Size height, double const* kernel, NewWLIBuffers buffers,

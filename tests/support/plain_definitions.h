@@ -1,7 +1,7 @@
 /*
  * The literal definition of every processing routine: one sample at a time, each operation in the stated order and
- * precision, nothing shared between samples. Tests compare every build of the library with it, bit for bit, and
- * benchmarks measure against it.
+ * precision, nothing shared between samples, no product fused with a sum. Tests compare every build of the library with
+ * it, bit for bit, and benchmarks measure against it.
  *
  * A definition is called by the exported name without its KORVA_Ref_ and has exactly the routine's type.
  */
