@@ -56,10 +56,13 @@ inline int run(CLI::App& app, int argc, char** argv, std::function<void()> const
   return 0;
 }
 
-// Progress of work that takes longer than a second, told once a second.
+// Progress of work that takes longer than a second: a line that is written over once a second.
 class Progress {
  public:
   Progress(char const* task, unsigned long steps) : task_(task), steps_(steps) {}
+  ~Progress() {
+    if (shown_) std::printf("\n");
+  }
 
   // One more step is done. Throws when the user asked to stop.
   void advance() {
@@ -68,7 +71,8 @@ class Progress {
     auto const now = Clock::now();
     if (now - told_ < std::chrono::seconds(1)) return;
     told_ = now;
-    std::printf("%s %lu %%\n", task_, 100 * done_ / steps_);
+    shown_ = true;
+    std::printf("\r%s %lu %%", task_, 100 * done_ / steps_);
     std::fflush(stdout);
   }
 
@@ -77,6 +81,7 @@ class Progress {
   char const* task_;
   unsigned long steps_;
   unsigned long done_ = 0;
+  bool shown_ = false;
   Clock::time_point told_ = Clock::now();
 };
 
