@@ -78,9 +78,9 @@ void Case::beginCall(char const* routine) {
 void Case::endCall() {
   // Of a thread's stack, which may be small, a host must be able to spare this much.
   constexpr std::size_t kStackLimit = 64 * 1024;
+  if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
   if (watchesStack_ && overwrittenStack() > kStackLimit)
     fail("the call takes " + std::to_string(overwrittenStack()) + " bytes of stack");
-  if (allocationCount() != allocationsBefore_) fail("the call allocates memory");
   if (!(floatingPointMode() == modeBefore_)) fail("the call changes the floating-point mode");
   callInProgress[0] = '\0';
 }
@@ -126,7 +126,7 @@ void Cases::onThreads(std::function<void(unsigned long thread)> const& run) {
 Case Cases::start(unsigned long thread) const {
   static unsigned long const seed = numberFrom("KORVA_SEED").value_or(0);
   // Looking at the stack takes longer than most calls. Sanitizers enlarge every frame, and so do builds that are not
-  // optimised, for which KORVA_ANY_STACK is set.
+  // optimised, for which KORVA_ANY_STACK is set; valgrind knows nothing below the stack's end.
   static bool const stackIsKnown = allocationsAreCounted() && std::getenv("KORVA_ANY_STACK") == nullptr;
   unsigned long const number = numbered_ - 1;
   std::string const selection = "KORVA_SEED=" + std::to_string(seed) + " KORVA_THREADS=" +
