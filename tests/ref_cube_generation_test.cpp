@@ -75,6 +75,16 @@ TEST(SnapshotCube, TileIsCutOutWhole) {
   run(810, 600, 200, 200);
 }
 
+TEST(LineScan, RingHasASlotForEachBandOfTheRange) {
+  Short*** ring;
+  long const live = liveAllocationCount();
+  KORVA_Ref_CG_LS_AllocateStitchingBuffer_uint16(&ring, 5, 2, 3, 2, 5);
+  EXPECT_EQ(ring[2][7], ring[0][0] + (2 * 8 + 7) * 5);
+  std::fill_n(ring[0][0], 3 * 8 * 5, Short{7});
+  KORVA_Ref_CG_LS_FreeStitchingBuffer_uint16(ring);
+  EXPECT_EQ(liveAllocationCount(), live);
+}
+
 TEST(LineScan, StripIsTakenRowByRow) {
   forEach(everyWidth(1), 5, [](Case& c, std::size_t width) {
     std::size_t const strip = c.random.below(5), height = 5 * strip + 2;

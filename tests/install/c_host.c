@@ -3,8 +3,6 @@
 #include <stdio.h>
 
 /* A host's own arrays must reach the routines whose inner levels are const in C++ without a cast. */
-void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch);
-
 void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch) {
   KORVA_Ref_SC_ApplySpectralCorrection_float(cube[0][0], cube[1][0], matrix, 3, 3);
   KORVA_Ref_SC_ApplySpectralCorrection_uint16(counts[0][0], counts[1][0], matrix, 3, 3);

@@ -4,8 +4,6 @@
 #include <cstdio>
 
 // A host's own arrays must find their overload without a cast.
-void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch);
-
 void correctSpectra(float*** cube, unsigned short*** counts, double** matrix, double* scratch) {
   unsigned short const flag = 65535;
   KORVA_Ref_RC_CorrectBias(counts[0][0], counts[1][0], counts[2][0], 4);
